@@ -1,0 +1,92 @@
+#pragma once
+
+#include "platform/devicemanager.h"
+#include "prepare/bundlesource.h"
+
+#include <QList>
+#include <QMainWindow>
+#include <QSet>
+#include <QString>
+
+#include <memory>
+
+class QAction;
+class QComboBox;
+class QLabel;
+class QPushButton;
+class QTextEdit;
+
+namespace Tavrinox {
+
+// What the window would otherwise find on its own. Tests hand in their own drives and folders.
+struct ConfigWindowSetup
+{
+    std::unique_ptr<Platform::DeviceManager> deviceManager; // null: drive detection unavailable
+    QString bundleSearchDirectory; // searched first for bundles: the program's own directory
+    QString bundleSourceTree;      // searched next; empty: not searched
+
+    static ConfigWindowSetup platformDefaults();
+};
+
+// The program's only window: drive list, bundle sources, the drive commands and the log.
+class ConfigWindow : public QMainWindow
+{
+    Q_OBJECT
+public:
+    explicit ConfigWindow(QWidget *parent = nullptr);
+    explicit ConfigWindow(ConfigWindowSetup setup, QWidget *parent = nullptr);
+    ~ConfigWindow() override;
+
+public slots:
+    void refreshDevices();
+    void prepareSelectedDevice();
+    void updateSelectedDevice();
+    void recycleWorkspace();
+
+private:
+    void createActions();
+    void createMenus();
+    void createCentralArea();
+    void createStatusBar();
+    void connectSignals();
+    void updateBundleSourceStatus();
+    void showAboutDialog();
+    void showLicenseActivationsDialog();
+
+    // The selected drive, or nothing (after telling the user) when no valid entry is selected.
+    bool selectedDevice(Platform::UsbDevice *device);
+    bool askYesNo(const QString &title, const QString &text);
+    void appendLog(const QString &message);
+    void setUpdateControlsEnabled(bool enabled);
+
+    // Destroyed in reverse order: the sets first, the drive enumerator last.
+    std::unique_ptr<Platform::DeviceManager> m_deviceManager;
+    QList<Platform::UsbDevice> m_devices;
+    BundleSource m_windowsSource;
+    BundleSource m_linuxSource;
+    QSet<QString> m_recoveringRoots;
+    QSet<QString> m_failedRecoveryRoots;
+    qint32 m_pendingRecoveryCount = 0;
+
+    const QString m_bundleSearchDirectory;
+    const QString m_bundleSourceTree;
+
+    QAction *m_quitAction = nullptr;
+    QAction *m_refreshAction = nullptr;
+    QAction *m_prepareAction = nullptr;
+    QAction *m_recycleAction = nullptr;
+    QAction *m_updateAction = nullptr;
+    QAction *m_licenseAction = nullptr;
+    QAction *m_aboutAction = nullptr;
+    QComboBox *m_deviceCombo = nullptr;
+    QLabel *m_windowsSourceLabel = nullptr;
+    QLabel *m_linuxSourceLabel = nullptr;
+    QLabel *m_versionLabel = nullptr;
+    QLabel *m_makerLabel = nullptr;
+    QPushButton *m_refreshButton = nullptr;
+    QPushButton *m_prepareButton = nullptr;
+    QPushButton *m_updateButton = nullptr;
+    QTextEdit *m_log = nullptr;
+};
+
+} // namespace Tavrinox

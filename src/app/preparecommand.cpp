@@ -1,0 +1,9 @@
+#include "app/configwindow.h"
+
+namespace Tavrinox {
+
+void ConfigWindow::prepareSelectedDevice()
+{
+}
+
+} // namespace Tavrinox

@@ -1,0 +1,93 @@
+#include "transaction/updatestate.h"
+
+#include "errortext.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSaveFile>
+
+namespace Tavrinox {
+
+namespace {
+
+QJsonObject bundleEntry(const QString &path, const QString &entryPoint)
+{
+    return QJsonObject{{QStringLiteral("path"), path}, {QStringLiteral("entryPoint"), entryPoint}};
+}
+
+QJsonObject stateDocument(const QString &installedVersion, const QString &packageSha256)
+{
+    QJsonObject state;
+    state.insert(QStringLiteral("schemaVersion"), 1);
+    state.insert(QStringLiteral("app"), QStringLiteral("Tavrinox"));
+    state.insert(QStringLiteral("installedVersion"), installedVersion);
+    state.insert(QStringLiteral("installedAt"), QDateTime::currentDateTimeUtc().toString(Qt::ISODate));
+    state.insert(QStringLiteral("updatedByConfigVersion"), QCoreApplication::applicationVersion());
+    if (!packageSha256.isEmpty())
+        state.insert(QStringLiteral("lastPackageSha256"), packageSha256);
+    state.insert(QStringLiteral("bundles"),
+                 QJsonObject{
+                     {QStringLiteral("windows-x64"),
+                      bundleEntry(QStringLiteral("Tavrinox/windows"), QStringLiteral("Tavrinox.exe"))},
+                     {QStringLiteral("linux-x64"),
+                      bundleEntry(QStringLiteral("Tavrinox/linux"), QStringLiteral("Tavrinox"))},
+                 });
+    return state;
+}
+
+} // namespace
+
+QString updateStatePath(const QString &driveRoot)
+{
+    return QDir(driveRoot).filePath(QStringLiteral("Tavrinox/update-state.json"));
+}
+
+bool writeUpdateState(const QString &driveRoot, const QString &installedVersion, const QString &packageSha256,
+                      QString *error)
+{
+    const QString path = updateStatePath(driveRoot);
+    if (!QDir().mkpath(QFileInfo(path).absolutePath())) {
+        setError(error, QStringLiteral("Não foi possível criar a pasta de estado da atualização."));
+        return false;
+    }
+
+    const QByteArray document =
+        QJsonDocument(stateDocument(installedVersion, packageSha256)).toJson(QJsonDocument::Indented);
+
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
+        setError(error, QStringLiteral("Não foi possível abrir o arquivo de estado: %1").arg(path));
+        return false;
+    }
+    if (file.write(document) != document.size()) {
+        file.cancelWriting();
+        setError(error, QStringLiteral("Não foi possível gravar o arquivo de estado: %1").arg(path));
+        return false;
+    }
+    if (!file.commit()) {
+        setError(error, QStringLiteral("Não foi possível salvar o arquivo de estado: %1").arg(path));
+        return false;
+    }
+    return true;
+}
+
+QString readInstalledVersion(const QString &driveRoot)
+{
+    QFile file(updateStatePath(driveRoot));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    const QJsonDocument document = QJsonDocument::fromJson(file.readAll());
+    if (!document.isObject())
+        return {};
+    const QJsonObject state = document.object();
+    if (state.value(QStringLiteral("app")).toString() != QLatin1String("Tavrinox"))
+        return {};
+    return state.value(QStringLiteral("installedVersion")).toString();
+}
+
+} // namespace Tavrinox
