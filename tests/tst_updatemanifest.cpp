@@ -132,8 +132,7 @@ private slots:
         m_server->addBody(kManifestPath, body);
         QTemporaryDir drive;
 
-        const UpdateCheckResult result =
-            runOnWorkerThread([&] { return checkForUpdate(drive.path(), manifestUrl()); });
+        const UpdateCheckResult result = checkOnWorkerThread(drive);
         QCOMPARE(result.error, expectedError);
         QCOMPARE(result.ok, expectedError.isEmpty());
         QCOMPARE(result.manifest.version, version);
@@ -148,8 +147,7 @@ private slots:
     {
         m_server->addBody(kManifestPath, manifest());
         QTemporaryDir drive;
-        const UpdateCheckResult result =
-            runOnWorkerThread([&] { return checkForUpdate(drive.path(), manifestUrl()); });
+        const UpdateCheckResult result = checkOnWorkerThread(drive);
         QVERIFY(result.ok);
         QCOMPARE(result.manifest.packageUrl, QStringLiteral("https://updates.example/tavrinox-1.1.0.zip"));
         QCOMPARE(result.manifest.publishedAt, QStringLiteral("2026-03-01T14:05:09Z"));
@@ -174,8 +172,7 @@ private slots:
         QTemporaryDir drive;
         QVERIFY(writeUpdateState(drive.path(), QStringLiteral("1.0.0"), QString()));
 
-        const UpdateCheckResult result =
-            runOnWorkerThread([&] { return checkForUpdate(drive.path(), manifestUrl()); });
+        const UpdateCheckResult result = checkOnWorkerThread(drive);
         QVERIFY(!result.ok);
         QVERIFY(!result.updateAvailable);
         QCOMPARE(result.error,
@@ -219,8 +216,7 @@ private slots:
         if (!installed.isEmpty())
             QVERIFY(writeUpdateState(drive.path(), installed, QString()));
 
-        const UpdateCheckResult result =
-            runOnWorkerThread([&] { return checkForUpdate(drive.path(), manifestUrl()); });
+        const UpdateCheckResult result = checkOnWorkerThread(drive);
         QVERIFY2(result.ok, qPrintable(result.error));
         QCOMPARE(result.updateAvailable, updateAvailable);
         QCOMPARE(result.installedVersion, shownInstalled);
@@ -228,6 +224,11 @@ private slots:
 
 private:
     QUrl manifestUrl() const { return updateManifestUrl(m_server->url(QString()).toString()); }
+
+    UpdateCheckResult checkOnWorkerThread(const QTemporaryDir &drive) const
+    {
+        return runOnWorkerThread([&] { return checkForUpdate(drive.path(), manifestUrl()); });
+    }
 
     std::unique_ptr<HttpsServer> m_server;
 };
