@@ -230,6 +230,9 @@ void ConfigWindow::connectSignals()
 
 void ConfigWindow::updateBundleSourceStatus()
 {
+    m_windowsSource = locateWindowsBundle(m_bundleSearchDirectory, m_bundleSourceTree);
+    m_linuxSource = locateLinuxBundle(m_bundleSearchDirectory, m_bundleSourceTree);
+
     const bool windowsFound = m_windowsSource.isAvailable();
     m_windowsSourceLabel->setText(windowsFound ? QStringLiteral("Disponível") : QStringLiteral("Ausente"));
     appendLog(windowsFound ? QStringLiteral("Fonte Windows para preparação encontrada.")
