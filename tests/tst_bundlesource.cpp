@@ -162,11 +162,11 @@ private slots:
                                        QStringLiteral("bundles/linux-x64/Tavrinox")});
         const QString previous = QDir::currentPath();
         QVERIFY(QDir::setCurrent(m_root->path()));
-        const BundleSource windows = locateWindowsBundle(m_program, QString());
-        const BundleSource linux = locateLinuxBundle(QString(), QString());
+        const BundleSource windowsSource = locateWindowsBundle(m_program, QString());
+        const BundleSource linuxSource = locateLinuxBundle(QString(), QString());
         QVERIFY(QDir::setCurrent(previous));
-        QVERIFY(!windows.isAvailable());
-        QVERIFY(!linux.isAvailable());
+        QVERIFY(!windowsSource.isAvailable());
+        QVERIFY(!linuxSource.isAvailable());
     }
 
     void windowShowsAndLogsBothSources_data()

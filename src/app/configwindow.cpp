@@ -4,6 +4,8 @@
 #include "app/configaboutdialog.h"
 #include "app/licenseactivationsdialog.h"
 #include "buildconfig.h"
+#include "platform/linux/linuxdevicemanager.h"
+#include "platform/windows/windowsdevicemanager.h"
 
 #include <QAction>
 #include <QComboBox>
@@ -76,6 +78,11 @@ QLabel *newStatusBarLabel(const QString &text, QWidget *parent)
 ConfigWindowSetup ConfigWindowSetup::platformDefaults()
 {
     ConfigWindowSetup setup;
+#if defined(Q_OS_WIN)
+    setup.deviceManager = std::make_unique<Platform::Windows::WindowsDeviceManager>();
+#elif defined(Q_OS_LINUX)
+    setup.deviceManager = std::make_unique<Platform::Linux::LinuxDeviceManager>();
+#endif
     setup.bundleSearchDirectory = QCoreApplication::applicationDirPath();
     setup.bundleSourceTree = QString::fromUtf8(Build::kBundleSourceTree);
     return setup;
