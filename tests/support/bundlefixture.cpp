@@ -9,6 +9,8 @@ namespace Fixture {
 
 namespace {
 
+const QDateTime kOldTime(QDate(2001, 2, 3), QTime(4, 5, 6), Qt::UTC);
+
 // Distinct bytes per file, so a file copied to the wrong name shows.
 QByteArray contentFor(const QString &name, int size)
 {
@@ -96,6 +98,24 @@ QMap<QString, QByteArray> treeContents(const QString &directory)
 QMap<QString, QByteArray> visibleTreeContents(const QString &directory)
 {
     return contents(directory, {});
+}
+
+bool ageTree(const QString &directory)
+{
+    QDirIterator it(directory, QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        QFile file(it.next());
+        if (!file.open(QIODevice::ReadWrite) ||
+            !file.setFileTime(kOldTime, QFileDevice::FileModificationTime))
+            return false;
+    }
+    return true;
+}
+
+bool hasOldTime(const QString &path)
+{
+    return QFileInfo(path).fileTime(QFileDevice::FileModificationTime) == kOldTime;
 }
 
 } // namespace Fixture

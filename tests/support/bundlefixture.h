@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QMap>
 #include <QString>
 #include <QStringList>
@@ -24,5 +25,9 @@ QMap<QString, QByteArray> treeContents(const QString &directory);
 
 // The same with the hidden entries left out, as a bundle copy sees the folder.
 QMap<QString, QByteArray> visibleTreeContents(const QString &directory);
+
+// Dates every file under a folder back to kOldTime, so that any later rewrite shows in its time.
+bool ageTree(const QString &directory);
+bool hasOldTime(const QString &path);
 
 } // namespace Fixture
