@@ -31,14 +31,6 @@ QString overAQuarter(qint64 total, qint64 estimate)
         .arg(estimate);
 }
 
-// A file of the given size that takes no room on the disk that holds the test's temporary folder.
-bool makeSparseFile(const QString &path, qint64 size)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.resize(size);
-}
-
 } // namespace
 
 class TestCapacity : public QObject
@@ -147,14 +139,14 @@ private slots:
         bundle.linuxExecutable = sources.filePath("lin/Tavrinox");
         PreparationResult result;
 
-        QVERIFY(makeSparseFile(bundle.linuxExecutable, total / 4));
+        QVERIFY(Fixture::makeSparseFile(bundle.linuxExecutable, total / 4));
         QVERIFY(checkCapacity(volume.mountPoint(), target, bundle, result));
 
-        QVERIFY(makeSparseFile(bundle.linuxExecutable, total / 4 + 1));
+        QVERIFY(Fixture::makeSparseFile(bundle.linuxExecutable, total / 4 + 1));
         QVERIFY(!checkCapacity(volume.mountPoint(), target, bundle, result));
         QCOMPARE(result.message, overAQuarter(total, total / 4 + 1));
 
-        QVERIFY(makeSparseFile(bundle.linuxExecutable, total * 2));
+        QVERIFY(Fixture::makeSparseFile(bundle.linuxExecutable, total * 2));
         QVERIFY(!checkCapacity(volume.mountPoint(), target, bundle, result));
         QCOMPARE(result.message, noSpace(total * 2, QStorageInfo(volume.mountPoint()).bytesAvailable()));
     }

@@ -44,13 +44,6 @@ DrivePreparer preparerWithoutTool()
     return DrivePreparer({QStringLiteral("/nonexistent/qt/bin/windeployqt.exe"), 60000});
 }
 
-bool makeSparseFile(const QString &path, qint64 size)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.resize(size);
-}
-
 } // namespace
 
 class TestDrivePreparer : public QObject
@@ -277,7 +270,7 @@ private slots:
         const qint64 total = QStorageInfo(drive).bytesTotal();
         const PreparationSources big{{}, {}, path("big/Tavrinox"), {}};
 
-        QVERIFY(makeSparseFile(big.linuxExecutable, total * 2));
+        QVERIFY(Fixture::makeSparseFile(big.linuxExecutable, total * 2));
         PreparationResult result = preparerWithoutTool().prepare(drive, big);
         QCOMPARE(result.message,
                  QStringLiteral("Espaco insuficiente na unidade USB.\n\nNecessario: %1 bytes\n"
@@ -285,7 +278,7 @@ private slots:
                      .arg(total * 2)
                      .arg(QStorageInfo(drive).bytesAvailable()));
 
-        QVERIFY(makeSparseFile(big.linuxExecutable, total / 4 + 1));
+        QVERIFY(Fixture::makeSparseFile(big.linuxExecutable, total / 4 + 1));
         result = preparerWithoutTool().prepare(drive, big);
         QCOMPARE(result.message,
                  QStringLiteral("A unidade USB nao e recomendada para Tavrinox.\n\nCapacidade: %1 "

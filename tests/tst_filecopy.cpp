@@ -47,16 +47,6 @@ private slots:
         QVERIFY(result.message.isEmpty());
     }
 
-    void emptySourceGivesEmptyDestination()
-    {
-        QVERIFY(writeFile(path("empty"), {}));
-        QVERIFY(writeFile(path("old"), "earlier"));
-        PreparationResult result;
-        QVERIFY(copyFile(path("empty"), path("old"), result));
-        QVERIFY(QFileInfo(path("old")).isFile());
-        QCOMPARE(QFileInfo(path("old")).size(), 0);
-    }
-
     void keepsDestinationInPlace_data()
     {
         QTest::addColumn<bool>("ontoItself");

@@ -62,16 +62,6 @@ private slots:
         QCOMPARE(result.writtenPaths, QStringList({copied, copied}));
     }
 
-    void executableOntoItselfIsListedOnce()
-    {
-        QVERIFY(writeFile(path("bundle/Tavrinox.exe"), "program"));
-        QString copied;
-        PreparationResult result;
-        QVERIFY(copyExecutable(path("bundle/Tavrinox.exe"), path("bundle"), &copied, result));
-        QCOMPARE(copied, path("bundle/Tavrinox.exe"));
-        QCOMPARE(result.writtenPaths, QStringList{copied});
-    }
-
     void executableFailuresAreNamed()
     {
         PreparationResult result;

@@ -12,6 +12,9 @@ namespace Fixture {
 bool writeFile(const QString &path, const QByteArray &content);
 QByteArray readFile(const QString &path);
 
+// A file of the given size that takes no room on the disk holding it: for sizes that only get measured.
+bool makeSparseFile(const QString &path, qint64 size);
+
 // A Windows build folder: Tavrinox.exe, the Qt libraries (one over 1 MiB), platforms/qwindows.dll,
 // another plugin folder, the three MSVC runtime DLLs, a translation and a hidden file. Files named in
 // `omit` (relative paths) are left out.
