@@ -26,9 +26,9 @@ struct MountEntry
 // stands for; the bytes are file names, read as UTF-8.
 QString decodeEscapes(const QByteArray &text, const QByteArray &marker, int digits, int base)
 {
-    const int escapeLength = 1 + int(marker.size()) + digits;
+    const qsizetype escapeLength = 1 + marker.size() + digits;
     QByteArray bytes;
-    for (int i = 0; i < text.size(); ++i) {
+    for (qsizetype i = 0; i < text.size(); ++i) {
         if (text.at(i) == '\\' && i + escapeLength <= text.size() &&
             text.mid(i + 1, marker.size()) == marker) {
             bool ok = false;
