@@ -2,6 +2,7 @@
 
 #include "platform/devicemanager.h"
 #include "prepare/bundlesource.h"
+#include "prepare/drivepreparer.h"
 
 #include <QList>
 #include <QMainWindow>
@@ -64,6 +65,7 @@ private:
     QList<Platform::UsbDevice> m_devices;
     BundleSource m_windowsSource;
     BundleSource m_linuxSource;
+    DrivePreparer m_preparer;
     QSet<QString> m_recoveringRoots;
     QSet<QString> m_failedRecoveryRoots;
     qint32 m_pendingRecoveryCount = 0;
