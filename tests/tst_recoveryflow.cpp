@@ -15,6 +15,9 @@ using namespace Tavrinox;
 
 namespace {
 
+// How long a recovery of a tiny drive may take on a loaded machine before the test gives up.
+constexpr int kPatienceMs = 60000;
+
 const QString kDiscarded = QStringLiteral("Uma atualização interrompida antes da promoção foi descartada; o "
                                           "staging foi preservado para diagnóstico.");
 
@@ -81,31 +84,33 @@ int startsLogged(const ConfigWindow &window, const QString &root)
     return int(logLines(window).count(QStringLiteral("Recuperando atualização pendente em %1...").arg(root)));
 }
 
-QAction *updateAction(const ConfigWindow &window)
+// The action or push button showing this text.
+template<typename Control> Control *controlNamed(const ConfigWindow &window, const QString &text)
 {
-    for (QAction *action : window.findChildren<QAction *>()) {
-        if (action->text() == QStringLiteral("Verificar atualizações"))
-            return action;
+    for (Control *control : window.findChildren<Control *>()) {
+        if (control->text() == text)
+            return control;
     }
     return nullptr;
+}
+
+QAction *updateAction(const ConfigWindow &window)
+{
+    return controlNamed<QAction>(window, QStringLiteral("Verificar atualizações"));
 }
 
 QPushButton *updateButton(const ConfigWindow &window)
 {
-    for (QPushButton *button : window.findChildren<QPushButton *>()) {
-        if (button->text() == QStringLiteral("Verificar atualizações"))
-            return button;
-    }
-    return nullptr;
+    return controlNamed<QPushButton>(window, QStringLiteral("Verificar atualizações"));
 }
 
-QPushButton *refreshButton(const ConfigWindow &window)
+// A window that started without drives; the drive was plugged in after and shows up at the next refresh.
+std::unique_ptr<ConfigWindow> windowBeforePlugging(const QTemporaryDir &drive, const QTemporaryDir &emptyDir)
 {
-    for (QPushButton *button : window.findChildren<QPushButton *>()) {
-        if (button->text() == QLatin1String("Atualizar lista"))
-            return button;
-    }
-    return nullptr;
+    FakeDeviceManager *manager = nullptr;
+    auto window = windowWith({}, emptyDir, &manager);
+    manager->plugIn(driveAt(drive));
+    return window;
 }
 
 bool updateControlsEnabled(const ConfigWindow &window)
@@ -163,7 +168,7 @@ private slots:
         const QString root = driveAt(pending).rootPath;
 
         QVERIFY(updateControlsDisabled(*window));
-        QTRY_VERIFY(updateControlsEnabled(*window));
+        QTRY_VERIFY_WITH_TIMEOUT(updateControlsEnabled(*window), kPatienceMs);
         QCOMPARE(logLines(*window).mid(2),
                  QStringList({"3 unidade(s) USB detectada(s).",
                               "Recuperando atualização pendente em " + root + "...", kDiscarded}));
@@ -176,15 +181,13 @@ private slots:
         QTemporaryDir pending;
         writeStagedJournal(pending);
         const QString root = driveAt(pending).rootPath;
-        FakeDeviceManager *manager = nullptr;
-        const auto window = windowWith({}, m_emptyDir, &manager);
-        manager->plugIn(driveAt(pending));
+        const auto window = windowBeforePlugging(pending, m_emptyDir);
         BusyThreadPool busy;
         window->refreshDevices();
 
         // Refreshes from the button and from the program, with the event loop running in between.
         QTest::qWait(50);
-        refreshButton(*window)->click();
+        controlNamed<QPushButton>(*window, QStringLiteral("Atualizar lista"))->click();
         QTest::qWait(50);
         window->refreshDevices();
         QTest::qWait(50);
@@ -193,7 +196,7 @@ private slots:
         QVERIFY(QFile::exists(updateJournalPath(pending.path())));
 
         busy.release();
-        QTRY_VERIFY(logLines(*window).contains(kDiscarded));
+        QTRY_VERIFY_WITH_TIMEOUT(logLines(*window).contains(kDiscarded), kPatienceMs);
         QVERIFY(updateControlsEnabled(*window));
         window->refreshDevices();
         QCOMPARE(startsLogged(*window, root), 1);
@@ -208,7 +211,7 @@ private slots:
         answerer.answer(QStringLiteral("OK"));
         const auto window = windowWith({driveAt(broken)}, m_emptyDir);
 
-        QTRY_COMPARE(answerer.boxes().size(), 1);
+        QTRY_COMPARE_WITH_TIMEOUT(answerer.boxes().size(), 1, kPatienceMs);
         const QString reason =
             QStringLiteral("O journal de atualização pendente é inválido e foi preservado para diagnóstico.");
         const ShownBox box = answerer.boxes().first();
@@ -248,7 +251,7 @@ private slots:
                 disabledAtOutcome.append(updateControlsDisabled(*window));
             }
         });
-        QTRY_COMPARE(enabledAtOutcome.size(), 2);
+        QTRY_COMPARE_WITH_TIMEOUT(enabledAtOutcome.size(), 2, kPatienceMs);
         QCOMPARE(enabledAtOutcome, QList<bool>({false, true}));
         QCOMPARE(disabledAtOutcome, QList<bool>({true, false}));
     }
@@ -258,15 +261,14 @@ private slots:
         QTemporaryDir pending;
         writeStagedJournal(pending);
         const QString root = driveAt(pending).rootPath;
-        FakeDeviceManager *manager = nullptr;
-        const auto window = windowWith({}, m_emptyDir, &manager);
-        manager->plugIn(driveAt(pending));
+        const auto window = windowBeforePlugging(pending, m_emptyDir);
         BusyThreadPool busy;
         window->refreshDevices();
         QVERIFY(QFile::remove(updateJournalPath(pending.path())));
         busy.release();
-        QTRY_COMPARE(logLines(*window).constLast(),
-                     QStringLiteral("Atualização pendente verificada em %1.").arg(root));
+        QTRY_COMPARE_WITH_TIMEOUT(logLines(*window).constLast(),
+                                  QStringLiteral("Atualização pendente verificada em %1.").arg(root),
+                                  kPatienceMs);
     }
 
     void rolledBackJournalIsReportedOnEveryRefresh()
@@ -277,9 +279,9 @@ private slots:
         const auto window = windowWith({driveAt(drive)}, m_emptyDir);
         const QString message = QStringLiteral("Uma atualização anterior já havia sido revertida; os "
                                                "arquivos de diagnóstico foram preservados.");
-        QTRY_COMPARE(logLines(*window).constLast(), message);
+        QTRY_COMPARE_WITH_TIMEOUT(logLines(*window).constLast(), message, kPatienceMs);
         window->refreshDevices();
-        QTRY_COMPARE(logLines(*window).count(message), 2);
+        QTRY_COMPARE_WITH_TIMEOUT(logLines(*window).count(message), 2, kPatienceMs);
         QCOMPARE(startsLogged(*window, driveAt(drive).rootPath), 2);
     }
 
