@@ -19,6 +19,8 @@ class QTextEdit;
 
 namespace Tavrinox {
 
+struct UpdateRecoveryResult;
+
 // What the window would otherwise find on its own. Tests hand in their own drives and folders.
 struct ConfigWindowSetup
 {
@@ -59,6 +61,8 @@ private:
     bool askYesNo(const QString &title, const QString &text);
     void appendLog(const QString &message);
     void setUpdateControlsEnabled(bool enabled);
+    void recoverPendingUpdateInBackground(const QString &root);
+    void pendingUpdateRecoveryFinished(const UpdateRecoveryResult &result);
 
     // Destroyed in reverse order: the sets first, the drive enumerator last.
     std::unique_ptr<Platform::DeviceManager> m_deviceManager;
