@@ -123,6 +123,23 @@ private slots:
         QVERIFY(!record.contains("elapsedMs"));
     }
 
+    // Installing the installed version again: the state already names it, so a swap stopped between
+    // its two renames must not cost the bundle whose only copy is the backup.
+    void reinstallStoppedMidSwapKeepsTheBundle()
+    {
+        QVERIFY(writeUpdateState(m_drive.root(), UpdateDrive::newVersion, UpdateDrive::packageSha256));
+        QVERIFY(writeJournal("promoting-linux", UpdateDrive::newVersion));
+        const QByteArray linuxBefore = m_drive.live().linux;
+        QVERIFY(QDir().rename(m_drive.linuxPath(), linuxBackup()));
+
+        QString message;
+        QVERIFY(recoverPendingUpdate(m_drive.root(), &message));
+        QCOMPARE(message, kCompleted);
+        QCOMPARE(m_drive.live().linux, linuxBefore);
+        QVERIFY(!QFileInfo::exists(linuxBackup()));
+        QVERIFY(!QFile::exists(updateJournalPath(m_drive.root())));
+    }
+
     void unpromotedStagingIsDiscardedButKept()
     {
         QVERIFY(writeJournal("staged", UpdateDrive::newVersion));

@@ -6,6 +6,7 @@
 #include "transaction/updatestate.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonObject>
 
 namespace Tavrinox {
@@ -16,6 +17,16 @@ void setMessage(QString *message, const QString &text)
 {
     if (message)
         *message = text;
+}
+
+// Clean-up of a published update. A backup is only redundant while its live bundle exists: when the
+// same version was being installed again, the published state can predate a swap that stopped
+// between its two renames, and then the backup is the only copy of that bundle, so it goes back.
+bool settleBackup(const QString &livePath, const QString &backupPath, QString *error)
+{
+    if (!QFileInfo::exists(livePath))
+        return restoreBundleBackup(livePath, backupPath, error);
+    return removePathIfExists(backupPath, error);
 }
 
 } // namespace
@@ -42,8 +53,8 @@ bool recoverPendingUpdate(const QString &driveRoot, QString *message, QString *e
     // The state file is the commit point: once it names the journal's version the new bundles are in
     // place, whatever phase the journal had reached, and only the clean-up is left.
     if (!version.isEmpty() && version == readInstalledVersion(driveRoot)) {
-        if (!removePathIfExists(text("windowsBackup"), error) ||
-            !removePathIfExists(text("linuxBackup"), error))
+        if (!settleBackup(text("windowsPath"), text("windowsBackup"), error) ||
+            !settleBackup(text("linuxPath"), text("linuxBackup"), error))
             return false;
         if (!QFile::remove(updateJournalPath(driveRoot))) {
             setError(error,
