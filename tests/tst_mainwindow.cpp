@@ -97,8 +97,8 @@ private slots:
                  QStringList({"Atualizar lista", "Preparar unidade USB", "Reciclar espaço de trabalho", "---",
                               "Sair"}));
         QCOMPARE(menuEntries(menus.at(1)->menu()),
-                 QStringList({"Verificar atualizações", "Verificar Licença e Ativações", "---",
-                              "Sobre o sistema"}));
+                 QStringList(
+                     {"Verificar atualizações", "Verificar Licença e Ativações", "---", "Sobre o sistema"}));
     }
 
     void onlyQuitHasAShortcut()

@@ -49,8 +49,8 @@ private slots:
 
         const QByteArray bytes = readFile(updateStatePath(drive.path()));
         const QJsonObject state = QJsonDocument::fromJson(bytes).object();
-        QCOMPARE(state.keys(), QStringList({"app", "bundles", "installedAt", "installedVersion", "schemaVersion",
-                                            "updatedByConfigVersion"}));
+        QCOMPARE(state.keys(), QStringList({"app", "bundles", "installedAt", "installedVersion",
+                                            "schemaVersion", "updatedByConfigVersion"}));
         QCOMPARE(state.value("schemaVersion").toInt(), 1);
         QCOMPARE(state.value("app").toString(), QStringLiteral("Tavrinox"));
         QCOMPARE(state.value("installedVersion").toString(), QStringLiteral("1.0.5"));
@@ -84,7 +84,8 @@ private slots:
         QTest::newRow("Tavrinox is a file")
             << "Tavrinox" << QStringLiteral("Não foi possível criar a pasta de estado da atualização.");
         QTest::newRow("state path is a directory")
-            << "Tavrinox/update-state.json/" << QStringLiteral("Não foi possível abrir o arquivo de estado: %1");
+            << "Tavrinox/update-state.json/"
+            << QStringLiteral("Não foi possível abrir o arquivo de estado: %1");
     }
     void failedWriteReportsAndKeepsThePreviousState()
     {
@@ -116,7 +117,8 @@ private slots:
         QTest::newRow("app in other case")
             << QByteArray(R"({"app":"tavrinox","installedVersion":"1.2.3"})") << "";
         QTest::newRow("app missing") << QByteArray(R"({"installedVersion":"1.2.3"})") << "";
-        QTest::newRow("version not a string") << QByteArray(R"({"app":"Tavrinox","installedVersion":5})") << "";
+        QTest::newRow("version not a string")
+            << QByteArray(R"({"app":"Tavrinox","installedVersion":5})") << "";
         QTest::newRow("array") << QByteArray(R"([{"app":"Tavrinox","installedVersion":"1"}])") << "";
         QTest::newRow("empty") << QByteArray() << "";
         QTest::newRow("not json") << QByteArray("{app: Tavrinox") << "";

@@ -37,15 +37,13 @@ ConfigAboutDialog::ConfigAboutDialog(QWidget *parent)
 
     auto *productLabel = new QLabel(this);
     productLabel->setTextFormat(Qt::RichText);
-    productLabel->setText(
-        QStringLiteral("Preparador e atualizador de unidades USB Tavrinox<br>Versão %1<br>")
-            .arg(QCoreApplication::applicationVersion())
-        + QStringLiteral("© 2026 Corvane Sistemas. Todos os direitos reservados.<br>"
-                         "Tavrinox é uma marca da Corvane Sistemas."));
+    productLabel->setText(QStringLiteral("Preparador e atualizador de unidades USB Tavrinox<br>Versão %1<br>")
+                              .arg(QCoreApplication::applicationVersion()) +
+                          QStringLiteral("© 2026 Corvane Sistemas. Todos os direitos reservados.<br>"
+                                         "Tavrinox é uma marca da Corvane Sistemas."));
 
     auto *runtimeLabel = new QLabel(QStringLiteral("Ambiente de execução\n%1\nQt %2\n%3")
-                                        .arg(QSysInfo::prettyProductName(),
-                                             QString::fromLatin1(qVersion()),
+                                        .arg(QSysInfo::prettyProductName(), QString::fromLatin1(qVersion()),
                                              QSysInfo::currentCpuArchitecture()),
                                     this);
 
@@ -61,19 +59,21 @@ ConfigAboutDialog::ConfigAboutDialog(QWidget *parent)
     componentsView->setReadOnly(true);
     componentsView->setMinimumHeight(120);
     componentsView->setPlainText(
-        QStringLiteral("Qt Core/Network/Widgets - %1\n"
-                       "Usado para interface gráfica, acesso HTTP, JSON, hash SHA-256 e operações de arquivo.\n\n"
-                       "Microsoft Visual C++ Runtime\n"
-                       "Runtime exigido por builds produzidos com Microsoft Visual Studio/MSVC.\n\n"
-                       "Microsoft Windows APIs\n"
-                       "Usadas para detecção de unidades removíveis e integração nativa com o sistema.")
+        QStringLiteral(
+            "Qt Core/Network/Widgets - %1\n"
+            "Usado para interface gráfica, acesso HTTP, JSON, hash SHA-256 e operações de arquivo.\n\n"
+            "Microsoft Visual C++ Runtime\n"
+            "Runtime exigido por builds produzidos com Microsoft Visual Studio/MSVC.\n\n"
+            "Microsoft Windows APIs\n"
+            "Usadas para detecção de unidades removíveis e integração nativa com o sistema.")
             .arg(QString::fromLatin1(qVersion())));
 
     auto *legalLabel = new QLabel(
-        QStringLiteral("Aviso: este programa de computador é protegido pela lei de direitos autorais e por "
-                       "tratados internacionais. A reprodução ou a distribuição não autorizada deste programa, "
-                       "ou de qualquer parte dele, pode resultar em severas sanções civis e criminais, e os "
-                       "infratores serão processados na máxima extensão permitida pela lei."),
+        QStringLiteral(
+            "Aviso: este programa de computador é protegido pela lei de direitos autorais e por "
+            "tratados internacionais. A reprodução ou a distribuição não autorizada deste programa, "
+            "ou de qualquer parte dele, pode resultar em severas sanções civis e criminais, e os "
+            "infratores serão processados na máxima extensão permitida pela lei."),
         this);
     legalLabel->setWordWrap(true);
 

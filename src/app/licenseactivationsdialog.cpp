@@ -17,10 +17,10 @@ LicenseActivationsDialog::LicenseActivationsDialog(const QString &driveDescripti
                                       : QStringLiteral("Unidade selecionada: %1").arg(driveDescription),
                                   this);
     driveLabel->setObjectName(QStringLiteral("licenseDriveLabel"));
-    auto *statusLabel = new QLabel(
-        QStringLiteral("A consulta de licença e ativações não está disponível nesta versão do "
-                       "Tavrinox - Gerenciador. Nenhuma informação de licença foi consultada."),
-        this);
+    auto *statusLabel =
+        new QLabel(QStringLiteral("A consulta de licença e ativações não está disponível nesta versão do "
+                                  "Tavrinox - Gerenciador. Nenhuma informação de licença foi consultada."),
+                   this);
     statusLabel->setObjectName(QStringLiteral("licenseStatusLabel"));
     statusLabel->setWordWrap(true);
 

@@ -21,7 +21,8 @@ QString sourceOrOwnDirectory(const QString &sourceDirectory)
 // A folder given with a trailing separator is still the same folder.
 bool samePath(const QString &a, const QString &b)
 {
-    return QDir::cleanPath(QFileInfo(a).absoluteFilePath()) == QDir::cleanPath(QFileInfo(b).absoluteFilePath());
+    return QDir::cleanPath(QFileInfo(a).absoluteFilePath()) ==
+           QDir::cleanPath(QFileInfo(b).absoluteFilePath());
 }
 
 // The tool is told to leave the compiler runtime out, so those DLLs must already be beside the executable.

@@ -15,8 +15,8 @@ bool run(const QString &program, const QStringList &arguments, QString *output, 
 {
     QProcess process;
     process.start(program, arguments);
-    if (!process.waitForFinished(60000) || process.exitStatus() != QProcess::NormalExit
-        || process.exitCode() != 0) {
+    if (!process.waitForFinished(60000) || process.exitStatus() != QProcess::NormalExit ||
+        process.exitCode() != 0) {
         *whyNot = QStringLiteral("%1 %2 failed: %3")
                       .arg(program, arguments.join(QLatin1Char(' ')),
                            QString::fromLocal8Bit(process.readAllStandardError()).trimmed());
@@ -54,10 +54,11 @@ bool LoopVolume::mount(FileSystem fileSystem, qint64 sizeBytes, QString *whyNot)
     return false;
 #endif
     const bool exfat = fileSystem == FileSystem::ExFat;
-    const QStringList tools = exfat ? QStringList{QStringLiteral("losetup"), QStringLiteral("mkfs.exfat"),
-                                                  QStringLiteral("mount.exfat-fuse"), QStringLiteral("umount")}
-                                    : QStringList{QStringLiteral("losetup"), QStringLiteral("mkfs.ext4"),
-                                                  QStringLiteral("mount"), QStringLiteral("umount")};
+    const QStringList tools = exfat
+                                  ? QStringList{QStringLiteral("losetup"), QStringLiteral("mkfs.exfat"),
+                                                QStringLiteral("mount.exfat-fuse"), QStringLiteral("umount")}
+                                  : QStringList{QStringLiteral("losetup"), QStringLiteral("mkfs.ext4"),
+                                                QStringLiteral("mount"), QStringLiteral("umount")};
     for (const QString &tool : tools) {
         if (findTool(tool).isEmpty()) {
             *whyNot = QStringLiteral("%1 is not installed").arg(tool);
@@ -81,10 +82,9 @@ bool LoopVolume::mount(FileSystem fileSystem, qint64 sizeBytes, QString *whyNot)
     }
     imageFile.close();
 
-    const QStringList mkfsArguments =
-        exfat ? QStringList{image}
-              : QStringList{QStringLiteral("-q"), QStringLiteral("-F"), QStringLiteral("-m"), QStringLiteral("0"),
-                            image};
+    const QStringList mkfsArguments = exfat ? QStringList{image}
+                                            : QStringList{QStringLiteral("-q"), QStringLiteral("-F"),
+                                                          QStringLiteral("-m"), QStringLiteral("0"), image};
     if (!run(findTool(exfat ? QStringLiteral("mkfs.exfat") : QStringLiteral("mkfs.ext4")), mkfsArguments,
              nullptr, whyNot))
         return false;
@@ -95,10 +95,10 @@ bool LoopVolume::mount(FileSystem fileSystem, qint64 sizeBytes, QString *whyNot)
     const QString mountPoint = m_workDir.filePath(QStringLiteral("mnt"));
     QDir().mkpath(mountPoint);
     const bool mounted =
-        exfat ? run(findTool(QStringLiteral("mount.exfat-fuse")), {m_loopDevice, mountPoint}, nullptr, whyNot)
-              : run(findTool(QStringLiteral("mount")), {QStringLiteral("-t"), QStringLiteral("ext4"), m_loopDevice,
-                                                        mountPoint},
-                    nullptr, whyNot);
+        exfat
+            ? run(findTool(QStringLiteral("mount.exfat-fuse")), {m_loopDevice, mountPoint}, nullptr, whyNot)
+            : run(findTool(QStringLiteral("mount")),
+                  {QStringLiteral("-t"), QStringLiteral("ext4"), m_loopDevice, mountPoint}, nullptr, whyNot);
     if (!mounted) {
         release();
         return false;
