@@ -1,12 +1,12 @@
 #include "app/configwindow.h"
 #include "prepare/bundlesource.h"
+#include "support/windowfixture.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFormLayout>
 #include <QLabel>
 #include <QTemporaryDir>
-#include <QTextEdit>
 #include <QtTest>
 
 using namespace Tavrinox;
@@ -31,16 +31,8 @@ void createEntries(const QString &base, const QStringList &entries)
 
 QLabel *sourceStatusLabel(const ConfigWindow &window, const QString &caption)
 {
-    for (QLabel *label : window.findChildren<QLabel *>()) {
-        if (label->text() == caption)
-            return qobject_cast<QLabel *>(label->buddy());
-    }
-    return nullptr;
-}
-
-QStringList logLines(const ConfigWindow &window)
-{
-    return window.findChild<QTextEdit *>()->toPlainText().split(QLatin1Char('\n'));
+    QLabel *captionLabel = Fixture::controlNamed<QLabel>(window, caption);
+    return captionLabel ? qobject_cast<QLabel *>(captionLabel->buddy()) : nullptr;
 }
 
 } // namespace
@@ -217,7 +209,7 @@ private slots:
         QVERIFY(windowsLabel && linuxLabel);
         QCOMPARE(windowsLabel->text(), windowsStatus);
         QCOMPARE(linuxLabel->text(), linuxStatus);
-        QCOMPARE(logLines(window).mid(0, 2), logStart);
+        QCOMPARE(Fixture::logLines(window).mid(0, 2), logStart);
     }
 
 private:

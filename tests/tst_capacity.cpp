@@ -1,6 +1,6 @@
 #include "prepare/capacity.h"
-#include "support/bundlefixture.h"
 #include "support/loopvolume.h"
+#include "support/testfiles.h"
 
 #include <QDir>
 #include <QFile>

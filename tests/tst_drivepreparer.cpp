@@ -2,6 +2,7 @@
 #include "prepare/drivetexts.h"
 #include "support/bundlefixture.h"
 #include "support/loopvolume.h"
+#include "support/testfiles.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,8 +1,8 @@
+#include "support/testfiles.h"
 #include "transaction/updatejournal.h"
 
 #include <QDateTime>
 #include <QDir>
-#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
@@ -10,33 +10,10 @@
 #include <QtTest>
 
 using namespace Tavrinox;
+using Fixture::readFile;
+using Fixture::writeFile;
 
 namespace {
-
-void writeFile(const QString &path, const QByteArray &content)
-{
-    QVERIFY(QDir().mkpath(QFileInfo(path).absolutePath()));
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(content);
-}
-
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-QList<QJsonObject> logRecords(const QString &driveRoot, const QString &id)
-{
-    QList<QJsonObject> records;
-    const QList<QByteArray> lines = readFile(transactionLogPath(driveRoot, id)).split('\n');
-    for (const QByteArray &line : lines) {
-        if (!line.isEmpty())
-            records.append(QJsonDocument::fromJson(line).object());
-    }
-    return records;
-}
 
 const QRegularExpression
     kIsoWithMilliseconds(QStringLiteral("^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3}Z$"));
@@ -109,7 +86,7 @@ private slots:
     void invalidJournalIsRefusedAndPreserved()
     {
         QFETCH(QByteArray, content);
-        writeFile(updateJournalPath(m_drive->path()), content);
+        QVERIFY(writeFile(updateJournalPath(m_drive->path()), content));
         QJsonObject journal{{"stale", 1}};
         QString error;
         QVERIFY(!readPendingJournal(m_drive->path(), &journal, &error));
@@ -140,7 +117,8 @@ private slots:
         const QByteArray bytes = readFile(transactionLogPath(m_drive->path(), "20260301140509"));
         QCOMPARE(bytes.count('\n'), 2);
         QVERIFY(bytes.endsWith("}\n"));
-        const QList<QJsonObject> records = logRecords(m_drive->path(), "20260301140509");
+        const QList<QJsonObject> records =
+            Fixture::jsonLines(transactionLogPath(m_drive->path(), "20260301140509"));
         QCOMPARE(records.size(), 2);
         const QJsonObject first = records.first();
         QCOMPARE(first.keys(), QStringList({"detail", "elapsedMs", "phase", "timestamp", "transactionId"}));
@@ -165,9 +143,9 @@ private slots:
     {
         QFETCH(QByteArray, journal);
         if (!journal.isEmpty())
-            writeFile(updateJournalPath(m_drive->path()), journal);
+            QVERIFY(writeFile(updateJournalPath(m_drive->path()), journal));
         QVERIFY(appendTransactionLog(m_drive->path(), "1", "completed", "Feito."));
-        const QList<QJsonObject> records = logRecords(m_drive->path(), "1");
+        const QList<QJsonObject> records = Fixture::jsonLines(transactionLogPath(m_drive->path(), "1"));
         QCOMPARE(records.size(), 1);
         QVERIFY(!records.first().contains("elapsedMs"));
     }

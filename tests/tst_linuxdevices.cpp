@@ -1,4 +1,5 @@
 #include "platform/linux/linuxdevicemanager.h"
+#include "support/testfiles.h"
 #include "support/usbdevicetext.h"
 
 #include <QDir>
@@ -60,10 +61,7 @@ public:
         m_mountInfo += QStringLiteral("%1 1 %2 %3 %4 rw,nosuid,nodev,relatime %5- %6 %7 rw\n")
                            .arg(QString::number(++m_mountId + 20), majorMinor, root, escapedMountPoint,
                                 tags.isEmpty() ? QString() : tags + QLatin1Char(' '), type, source);
-        QDir().mkpath(m_root + QStringLiteral("/proc/self"));
-        QFile file(m_root + QStringLiteral("/proc/self/mountinfo"));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(m_mountInfo.toUtf8());
+        QVERIFY(Fixture::writeFile(m_root + QStringLiteral("/proc/self/mountinfo"), m_mountInfo.toUtf8()));
     }
 
     // escapedName as udev writes it (\x20 for a space).
@@ -78,11 +76,9 @@ private:
 
     void writeAttributes(const QString &directory, const QList<QPair<const char *, QString>> &attributes)
     {
-        for (const auto &[name, value] : attributes) {
-            QFile file(directory + QLatin1Char('/') + QLatin1String(name));
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            file.write(value.toUtf8() + '\n');
-        }
+        for (const auto &[name, value] : attributes)
+            QVERIFY(Fixture::writeFile(directory + QLatin1Char('/') + QLatin1String(name),
+                                       value.toUtf8() + '\n'));
     }
 
     void link(const QString &at, const QString &target)

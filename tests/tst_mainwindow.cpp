@@ -2,6 +2,7 @@
 #include "app/configwindow.h"
 #include "buildconfig.h"
 #include "support/modalanswerer.h"
+#include "support/windowfixture.h"
 
 #include <QAction>
 #include <QLabel>
@@ -10,42 +11,12 @@
 #include <QPushButton>
 #include <QStatusBar>
 #include <QTemporaryDir>
-#include <QTextEdit>
 #include <QtTest>
 
 using namespace Tavrinox;
+using Fixture::controlNamed;
 
 namespace {
-
-ConfigWindowSetup setupWithoutDrives(const QTemporaryDir &emptyDir)
-{
-    ConfigWindowSetup setup;
-    setup.bundleSearchDirectory = emptyDir.path();
-    return setup;
-}
-
-QStringList logLines(const ConfigWindow &window)
-{
-    return window.findChild<QTextEdit *>()->toPlainText().split(QLatin1Char('\n'));
-}
-
-QAction *actionNamed(const ConfigWindow &window, const QString &text)
-{
-    for (QAction *action : window.findChildren<QAction *>()) {
-        if (action->text() == text)
-            return action;
-    }
-    return nullptr;
-}
-
-QPushButton *buttonNamed(const QWidget &parent, const QString &text)
-{
-    for (QPushButton *button : parent.findChildren<QPushButton *>()) {
-        if (button->text() == text)
-            return button;
-    }
-    return nullptr;
-}
 
 QStringList menuEntries(QMenu *menu)
 {
@@ -88,8 +59,8 @@ private slots:
 
     void menusHoldTheCommandsInOrder()
     {
-        ConfigWindow window(setupWithoutDrives(m_emptyDir));
-        const QList<QAction *> menus = window.menuBar()->actions();
+        const auto window = Fixture::windowWithoutDetection(m_emptyDir.path());
+        const QList<QAction *> menus = window->menuBar()->actions();
         QCOMPARE(menus.size(), 2);
         QCOMPARE(menus.at(0)->text(), QStringLiteral("Arquivo"));
         QCOMPARE(menus.at(1)->text(), QStringLiteral("Ajuda"));
@@ -103,9 +74,9 @@ private slots:
 
     void onlyQuitHasAShortcut()
     {
-        ConfigWindow window(setupWithoutDrives(m_emptyDir));
-        const QList<QAction *> actions = window.findChildren<QAction *>();
-        QVERIFY(actionNamed(window, QStringLiteral("Sair")));
+        const auto window = Fixture::windowWithoutDetection(m_emptyDir.path());
+        const QList<QAction *> actions = window->findChildren<QAction *>();
+        QVERIFY(controlNamed<QAction>(*window, QStringLiteral("Sair")));
         for (QAction *action : actions) {
             if (action->text() == QLatin1String("Sair"))
                 QCOMPARE(action->shortcuts(), QKeySequence::keyBindings(QKeySequence::Quit));
@@ -116,68 +87,62 @@ private slots:
 
     void quitClosesTheWindow()
     {
-        ConfigWindow window(setupWithoutDrives(m_emptyDir));
-        window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&window));
-        actionNamed(window, QStringLiteral("Sair"))->trigger();
-        QVERIFY(!window.isVisible());
+        const auto window = Fixture::windowWithoutDetection(m_emptyDir.path());
+        window->show();
+        QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+        controlNamed<QAction>(*window, QStringLiteral("Sair"))->trigger();
+        QVERIFY(!window->isVisible());
     }
 
     void buttonsSitRefreshLeftPrepareLast()
     {
-        ConfigWindow window(setupWithoutDrives(m_emptyDir));
-        window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&window));
-        QPushButton *refresh = buttonNamed(window, QStringLiteral("Atualizar lista"));
-        QPushButton *update = buttonNamed(window, QStringLiteral("Verificar atualizações"));
-        QPushButton *prepare = buttonNamed(window, QStringLiteral("Preparar unidade USB"));
+        const auto window = Fixture::windowWithoutDetection(m_emptyDir.path());
+        window->show();
+        QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+        QPushButton *refresh = controlNamed<QPushButton>(*window, QStringLiteral("Atualizar lista"));
+        QPushButton *update = controlNamed<QPushButton>(*window, QStringLiteral("Verificar atualizações"));
+        QPushButton *prepare = controlNamed<QPushButton>(*window, QStringLiteral("Preparar unidade USB"));
         QVERIFY(refresh && update && prepare);
         QVERIFY(refresh->x() < update->x());
         QVERIFY(update->x() < prepare->x());
         QVERIFY(update->isEnabled());
-        QVERIFY(actionNamed(window, QStringLiteral("Verificar atualizações"))->isEnabled());
+        QVERIFY(controlNamed<QAction>(*window, QStringLiteral("Verificar atualizações"))->isEnabled());
     }
 
     void windowHasAFixedSize()
     {
-        ConfigWindow window(setupWithoutDrives(m_emptyDir));
-        QCOMPARE(window.minimumSize(), window.maximumSize());
-        QCOMPARE(window.windowTitle(), QStringLiteral("Tavrinox - Gerenciador"));
-        QVERIFY(window.findChild<BackgroundWidget *>());
-        QVERIFY(window.findChild<QFrame *>(QStringLiteral("contentPanel")));
+        const auto window = Fixture::windowWithoutDetection(m_emptyDir.path());
+        QCOMPARE(window->minimumSize(), window->maximumSize());
+        QCOMPARE(window->windowTitle(), QStringLiteral("Tavrinox - Gerenciador"));
+        QVERIFY(window->findChild<BackgroundWidget *>());
+        QVERIFY(window->findChild<QFrame *>(QStringLiteral("contentPanel")));
     }
 
     void statusBarShowsVersionThenMaker()
     {
-        ConfigWindow window(setupWithoutDrives(m_emptyDir));
-        window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&window));
-        QLabel *version = nullptr;
-        QLabel *maker = nullptr;
-        for (QLabel *label : window.statusBar()->findChildren<QLabel *>()) {
-            if (label->text() == QStringLiteral("Versão 1.0.5"))
-                version = label;
-            else if (label->text() == QLatin1String("Corvane Sistemas"))
-                maker = label;
-        }
+        const auto window = Fixture::windowWithoutDetection(m_emptyDir.path());
+        window->show();
+        QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+        QLabel *version = controlNamed<QLabel>(*window->statusBar(), QStringLiteral("Versão 1.0.5"));
+        QLabel *maker = controlNamed<QLabel>(*window->statusBar(), QStringLiteral("Corvane Sistemas"));
         QVERIFY(version && maker);
         QVERIFY(version->isVisible() && maker->isVisible());
-        QVERIFY(version->mapTo(&window, QPoint()).x() < maker->mapTo(&window, QPoint()).x());
+        QVERIFY(version->mapTo(window.get(), QPoint()).x() < maker->mapTo(window.get(), QPoint()).x());
     }
 
     void startupLogsSourcesThenMissingDetection()
     {
-        ConfigWindow window(setupWithoutDrives(m_emptyDir));
-        QCOMPARE(logLines(window), QStringList({"Fonte Windows para preparação ausente.",
-                                                "Fonte Linux para preparação ausente.",
-                                                "Detecção de USB não disponível neste sistema."}));
+        const auto window = Fixture::windowWithoutDetection(m_emptyDir.path());
+        QCOMPARE(Fixture::logLines(*window), QStringList({"Fonte Windows para preparação ausente.",
+                                                          "Fonte Linux para preparação ausente.",
+                                                          "Detecção de USB não disponível neste sistema."}));
     }
 
     void aboutShowsTheApplicationVersionAndRuntimeQt()
     {
         // A version other than the build's proves the dialog asks the application object.
         QCoreApplication::setApplicationVersion(QStringLiteral("9.8.7"));
-        ConfigWindow window(setupWithoutDrives(m_emptyDir));
+        const auto window = Fixture::windowWithoutDetection(m_emptyDir.path());
         QStringList labelTexts;
         QString title;
         ModalAnswerer answerer;
@@ -185,9 +150,9 @@ private slots:
             title = dialog->windowTitle();
             for (QLabel *label : dialog->findChildren<QLabel *>())
                 labelTexts.append(label->text());
-            buttonNamed(*dialog, QStringLiteral("Fechar"))->click();
+            controlNamed<QPushButton>(*dialog, QStringLiteral("Fechar"))->click();
         });
-        actionNamed(window, QStringLiteral("Sobre o sistema"))->trigger();
+        controlNamed<QAction>(*window, QStringLiteral("Sobre o sistema"))->trigger();
         QCoreApplication::setApplicationVersion(QString::fromLatin1(Build::kApplicationVersion));
 
         QCOMPARE(title, QStringLiteral("Sobre o Tavrinox - Gerenciador"));
@@ -200,16 +165,16 @@ private slots:
 
     void licenseDialogSaysLookupIsUnavailable()
     {
-        ConfigWindow window(setupWithoutDrives(m_emptyDir));
+        const auto window = Fixture::windowWithoutDetection(m_emptyDir.path());
         QString driveText;
         QString statusText;
         ModalAnswerer answerer;
         answerer.handleDialogs([&](QWidget *dialog) {
             driveText = dialog->findChild<QLabel *>(QStringLiteral("licenseDriveLabel"))->text();
             statusText = dialog->findChild<QLabel *>(QStringLiteral("licenseStatusLabel"))->text();
-            buttonNamed(*dialog, QStringLiteral("Fechar"))->click();
+            controlNamed<QPushButton>(*dialog, QStringLiteral("Fechar"))->click();
         });
-        actionNamed(window, QStringLiteral("Verificar Licença e Ativações"))->trigger();
+        controlNamed<QAction>(*window, QStringLiteral("Verificar Licença e Ativações"))->trigger();
         QCOMPARE(driveText, QStringLiteral("Nenhuma unidade USB selecionada."));
         QVERIFY(statusText.contains(QStringLiteral("não está disponível")));
     }

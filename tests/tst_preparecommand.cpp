@@ -3,6 +3,8 @@
 #include "prepare/drivetexts.h"
 #include "support/bundlefixture.h"
 #include "support/modalanswerer.h"
+#include "support/testfiles.h"
+#include "support/windowfixture.h"
 #include "transaction/updatestate.h"
 
 #include <QApplication>
@@ -11,59 +13,16 @@
 #include <QProgressDialog>
 #include <QPushButton>
 #include <QTemporaryDir>
-#include <QTextEdit>
 #include <QtTest>
 
 using namespace Tavrinox;
-using Fixture::readFile;
 using Tavrinox::Platform::UsbDevice;
+using namespace Fixture;
 
 namespace {
 
 const QString kTitle = QStringLiteral("Tavrinox - Gerenciador");
 const QString kPrepared = QStringLiteral("USB preparado com estrutura portatil Tavrinox.");
-
-// Stands in for the USB bus: the test decides which drives are attached.
-class FixedDrives final : public Platform::DeviceManager
-{
-public:
-    explicit FixedDrives(QList<UsbDevice> drives)
-        : m_drives(std::move(drives))
-    {}
-    QList<UsbDevice> listUsbDevices() const override { return m_drives; }
-
-private:
-    QList<UsbDevice> m_drives;
-};
-
-UsbDevice mountedDrive(const QString &root)
-{
-    return UsbDevice{root, root, QStringLiteral("PENDRIVE"), root, QStringLiteral("exFAT"), true, true};
-}
-
-UsbDevice unmountedDrive()
-{
-    return UsbDevice{QStringLiteral("sdz1"),
-                     QStringLiteral("/dev/sdz1"),
-                     QStringLiteral("PENDRIVE"),
-                     QString(),
-                     QString(),
-                     true,
-                     false};
-}
-
-QStringList logLines(const ConfigWindow &window)
-{
-    return window.findChild<QTextEdit *>()->toPlainText().split(QLatin1Char('\n'));
-}
-
-void clickPrepare(const ConfigWindow &window)
-{
-    for (QPushButton *button : window.findChildren<QPushButton *>()) {
-        if (button->text() == QLatin1String("Preparar unidade USB"))
-            button->click();
-    }
-}
 
 // What the progress dialog showed each time the event loop ran during the preparation. The dialog
 // itself runs the event loop when its value changes, so a label can be seen with the next value.
@@ -123,7 +82,7 @@ private slots:
         answerer.answer({"Sim", "OK"});
         ProgressWatch progress;
 
-        clickPrepare(*window);
+        controlNamed<QPushButton>(*window, QStringLiteral("Preparar unidade USB"))->click();
 
         QCOMPARE(answerer.boxes().size(), 2);
         const ShownBox question = answerer.boxes().at(0);
@@ -192,14 +151,14 @@ private slots:
             placeBundles();
         // Two usable drives leave nothing selected; a lone unmounted one is selected by hand.
         const auto window = drives == 0 ? newWindow({mountedDrive(m_root), mountedDrive(path("other/"))})
-                                        : newWindow({unmountedDrive()});
+                                        : newWindow({unmountedDrive("/dev/sdz1")});
         if (drives == 1)
             window->findChild<QComboBox *>()->setCurrentIndex(0);
         const QStringList logBefore = logLines(*window);
         ModalAnswerer answerer;
         answerer.answer({"OK", "Sim"});
 
-        clickPrepare(*window);
+        controlNamed<QPushButton>(*window, QStringLiteral("Preparar unidade USB"))->click();
 
         QCOMPARE(answerer.boxes().size(), 1);
         QCOMPARE(answerer.boxes().at(0).title, kTitle);
@@ -217,7 +176,7 @@ private slots:
         ModalAnswerer answerer;
         answerer.answer("Não");
 
-        clickPrepare(*window);
+        controlNamed<QPushButton>(*window, QStringLiteral("Preparar unidade USB"))->click();
 
         QCOMPARE(answerer.boxes().size(), 1);
         QCOMPARE(logLines(*window), logBefore);
@@ -233,7 +192,7 @@ private slots:
         ModalAnswerer answerer;
         answerer.answer({"Sim", "OK"});
 
-        clickPrepare(*window);
+        controlNamed<QPushButton>(*window, QStringLiteral("Preparar unidade USB"))->click();
 
         const QString message = "Nao foi possivel criar a pasta: " + path("drive/Tavrinox/windows");
         QCOMPARE(logLines(*window), logBefore + QStringList{"Falha: " + message});
@@ -252,7 +211,7 @@ private slots:
         ModalAnswerer answerer;
         answerer.answer({"Sim", "OK"});
 
-        clickPrepare(*window);
+        controlNamed<QPushButton>(*window, QStringLiteral("Preparar unidade USB"))->click();
 
         QCOMPARE(logLines(*window),
                  logBefore + QStringList({"Unidade preparada: " + m_root,
@@ -275,10 +234,7 @@ private:
 
     std::unique_ptr<ConfigWindow> newWindow(QList<UsbDevice> drives) const
     {
-        ConfigWindowSetup setup;
-        setup.deviceManager = std::make_unique<FixedDrives>(std::move(drives));
-        setup.bundleSearchDirectory = path("app");
-        return std::make_unique<ConfigWindow>(std::move(setup));
+        return windowWith(std::move(drives), path("app"));
     }
 
     std::unique_ptr<QTemporaryDir> m_dir;

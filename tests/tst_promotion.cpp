@@ -1,3 +1,4 @@
+#include "support/testfiles.h"
 #include "support/updatedrive.h"
 #include "transaction/bundlepromotion.h"
 #include "transaction/updatejournal.h"
@@ -25,17 +26,10 @@ QJsonObject journalOf(const UpdateDrive &drive)
 // Each log record as "phase: detail", in order.
 QStringList logOf(const UpdateDrive &drive, const QString &transactionId)
 {
-    QFile file(transactionLogPath(drive.root(), transactionId));
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
     QStringList records;
-    for (const QByteArray &line : file.readAll().split('\n')) {
-        if (line.isEmpty())
-            continue;
-        const QJsonObject record = QJsonDocument::fromJson(line).object();
+    for (const QJsonObject &record : Fixture::jsonLines(transactionLogPath(drive.root(), transactionId)))
         records.append(QStringLiteral("%1: %2").arg(record.value("phase").toString(),
                                                     record.value("detail").toString()));
-    }
     return records;
 }
 
@@ -43,14 +37,6 @@ QStringList backupsOn(const UpdateDrive &drive)
 {
     return QDir(QDir(drive.root()).filePath("Tavrinox"))
         .entryList({"*.backup-*"}, QDir::AllEntries, QDir::Name);
-}
-
-void writeFile(const QString &path, const QByteArray &content)
-{
-    QVERIFY(QDir().mkpath(QFileInfo(path).absolutePath()));
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(content);
 }
 
 class FailPhase
@@ -87,9 +73,10 @@ private slots:
 
         QCOMPARE(m_drive.live(), m_drive.newBundles());
         QCOMPARE(readInstalledVersion(m_drive.root()), UpdateDrive::newVersion);
-        QFile state(updateStatePath(m_drive.root()));
-        QVERIFY(state.open(QIODevice::ReadOnly));
-        QCOMPARE(QJsonDocument::fromJson(state.readAll()).object().value("lastPackageSha256").toString(),
+        QCOMPARE(QJsonDocument::fromJson(Fixture::readFile(updateStatePath(m_drive.root())))
+                     .object()
+                     .value("lastPackageSha256")
+                     .toString(),
                  UpdateDrive::packageSha256);
         QVERIFY(backupsOn(m_drive).isEmpty());
         QVERIFY(!QFile::exists(updateJournalPath(m_drive.root())));
@@ -234,7 +221,7 @@ private slots:
     void leftoverBackupIsReplacedByTheLiveBundle()
     {
         const QString backup = m_drive.windowsPath() + ".backup-1";
-        writeFile(backup + "/stale/file.dll", "stale");
+        QVERIFY(Fixture::writeFile(backup + "/stale/file.dll", "stale"));
         const QString incoming = QDir(m_drive.packageRoot()).filePath("Tavrinox/windows");
         QVERIFY(replaceBundle(m_drive.windowsPath(), incoming, backup));
         QCOMPARE(treeDigest(backup), m_drive.oldBundles().windows);
@@ -265,7 +252,7 @@ private slots:
         const QString backup = m_drive.windowsPath() + ".backup-1";
         QVERIFY(QDir().rename(m_drive.windowsPath(), backup));
         if (liveExists)
-            writeFile(m_drive.windowsPath() + "/half/written.dll", "partial");
+            QVERIFY(Fixture::writeFile(m_drive.windowsPath() + "/half/written.dll", "partial"));
         QVERIFY(restoreBundleBackup(m_drive.windowsPath(), backup));
         QCOMPARE(treeDigest(m_drive.windowsPath()), m_drive.oldBundles().windows);
         QVERIFY(!QFileInfo::exists(backup));
@@ -282,7 +269,7 @@ private slots:
         QVERIFY(removePathIfExists(m_dir.filePath("never-there")));
 
         const QString file = m_dir.filePath("loose.txt");
-        writeFile(file, "x");
+        QVERIFY(Fixture::writeFile(file, "x"));
         QVERIFY(removePathIfExists(file));
         QVERIFY(!QFileInfo::exists(file));
 

@@ -1,3 +1,4 @@
+#include "support/testfiles.h"
 #include "support/updatedrive.h"
 #include "transaction/updatejournal.h"
 #include "transaction/updaterecovery.h"
@@ -6,12 +7,12 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
 #include <QtTest>
 
 using namespace Tavrinox;
+using Fixture::readFile;
 
 namespace {
 
@@ -20,16 +21,10 @@ const QString kCompleted = QStringLiteral("Uma atualização interrompida foi co
 const QString kRolledBack = QStringLiteral("Uma atualização interrompida foi revertida com segurança; os "
                                            "arquivos de diagnóstico foram preservados.");
 
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 QJsonObject lastLogRecord(const UpdateDrive &drive)
 {
-    const QList<QByteArray> lines = readFile(transactionLogPath(drive.root(), kId)).trimmed().split('\n');
-    return QJsonDocument::fromJson(lines.last()).object();
+    const QList<QJsonObject> records = Fixture::jsonLines(transactionLogPath(drive.root(), kId));
+    return records.isEmpty() ? QJsonObject() : records.last();
 }
 
 QString journalPhase(const UpdateDrive &drive)
@@ -65,10 +60,7 @@ private slots:
 
     void invalidJournalFailsAndStaysOnTheDrive()
     {
-        QFile journal(updateJournalPath(m_drive.root()));
-        QVERIFY(journal.open(QIODevice::WriteOnly));
-        journal.write("{ not json");
-        journal.close();
+        QVERIFY(Fixture::writeFile(updateJournalPath(m_drive.root()), "{ not json"));
 
         QString error;
         QVERIFY(!recoverPendingUpdate(m_drive.root(), nullptr, &error));

@@ -1,5 +1,7 @@
 #include "app/configwindow.h"
 #include "support/modalanswerer.h"
+#include "support/testfiles.h"
+#include "support/windowfixture.h"
 #include "transaction/updatejournal.h"
 
 #include <QAction>
@@ -12,6 +14,7 @@
 #include <QtTest>
 
 using namespace Tavrinox;
+using namespace Fixture;
 
 namespace {
 
@@ -21,30 +24,10 @@ constexpr int kPatienceMs = 60000;
 const QString kDiscarded = QStringLiteral("Uma atualização interrompida antes da promoção foi descartada; o "
                                           "staging foi preservado para diagnóstico.");
 
-// Stands in for the USB bus: lists the test's directories as attached drives.
-class FakeDeviceManager : public Platform::DeviceManager
+// A drive in the test's own directory, as the bus would report it mounted.
+Platform::UsbDevice driveAt(const QTemporaryDir &dir)
 {
-public:
-    explicit FakeDeviceManager(QList<Platform::UsbDevice> devices)
-        : m_devices(std::move(devices))
-    {}
-    QList<Platform::UsbDevice> listUsbDevices() const override { return m_devices; }
-    void plugIn(const Platform::UsbDevice &device) { m_devices.append(device); }
-
-private:
-    QList<Platform::UsbDevice> m_devices;
-};
-
-Platform::UsbDevice driveAt(const QTemporaryDir &dir, bool mounted = true)
-{
-    Platform::UsbDevice device;
-    device.id = dir.path();
-    device.label = QStringLiteral("PENDRIVE");
-    device.rootPath = dir.path() + QLatin1Char('/');
-    device.fileSystem = QStringLiteral("exFAT");
-    device.removable = true;
-    device.mounted = mounted;
-    return device;
+    return mountedDrive(dir.path() + QLatin1Char('/'));
 }
 
 void writeStagedJournal(const QTemporaryDir &drive)
@@ -54,44 +37,9 @@ void writeStagedJournal(const QTemporaryDir &drive)
         drive.path(), QJsonObject{{"id", "20260301140509"}, {"phase", "staged"}, {"version", "9.9.9"}}));
 }
 
-void writeRawJournal(const QTemporaryDir &drive, const QByteArray &content)
-{
-    QVERIFY(QDir(drive.path()).mkpath(QStringLiteral("Tavrinox")));
-    QFile file(updateJournalPath(drive.path()));
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(content);
-}
-
-std::unique_ptr<ConfigWindow> windowWith(const QList<Platform::UsbDevice> &devices,
-                                         const QTemporaryDir &emptyDir, FakeDeviceManager **manager = nullptr)
-{
-    ConfigWindowSetup setup;
-    setup.bundleSearchDirectory = emptyDir.path();
-    auto deviceManager = std::make_unique<FakeDeviceManager>(devices);
-    if (manager)
-        *manager = deviceManager.get();
-    setup.deviceManager = std::move(deviceManager);
-    return std::make_unique<ConfigWindow>(std::move(setup));
-}
-
-QStringList logLines(const ConfigWindow &window)
-{
-    return window.findChild<QTextEdit *>()->toPlainText().split(QLatin1Char('\n'));
-}
-
 int startsLogged(const ConfigWindow &window, const QString &root)
 {
     return int(logLines(window).count(QStringLiteral("Recuperando atualização pendente em %1...").arg(root)));
-}
-
-// The action or push button showing this text.
-template<typename Control> Control *controlNamed(const ConfigWindow &window, const QString &text)
-{
-    for (Control *control : window.findChildren<Control *>()) {
-        if (control->text() == text)
-            return control;
-    }
-    return nullptr;
 }
 
 QAction *updateAction(const ConfigWindow &window)
@@ -107,9 +55,9 @@ QPushButton *updateButton(const ConfigWindow &window)
 // A window that started without drives; the drive was plugged in after and shows up at the next refresh.
 std::unique_ptr<ConfigWindow> windowBeforePlugging(const QTemporaryDir &drive, const QTemporaryDir &emptyDir)
 {
-    FakeDeviceManager *manager = nullptr;
-    auto window = windowWith({}, emptyDir, &manager);
-    manager->plugIn(driveAt(drive));
+    AttachedDrives *bus = nullptr;
+    auto window = windowWith({}, emptyDir.path(), &bus);
+    bus->drives.append(driveAt(drive));
     return window;
 }
 
@@ -163,8 +111,9 @@ private slots:
         QTemporaryDir pending, clean, unmounted;
         writeStagedJournal(pending);
         writeStagedJournal(unmounted);
-        const auto window =
-            windowWith({driveAt(clean), driveAt(pending), driveAt(unmounted, false)}, m_emptyDir);
+        Platform::UsbDevice notMounted = driveAt(unmounted);
+        notMounted.mounted = false;
+        const auto window = windowWith({driveAt(clean), driveAt(pending), notMounted}, m_emptyDir.path());
         const QString root = driveAt(pending).rootPath;
 
         QVERIFY(updateControlsDisabled(*window));
@@ -205,11 +154,11 @@ private slots:
     void failedRecoveryWarnsOnceAndIsNotRetried()
     {
         QTemporaryDir broken;
-        writeRawJournal(broken, "{ not json");
+        QVERIFY(writeFile(updateJournalPath(broken.path()), "{ not json"));
         const QString root = driveAt(broken).rootPath;
         ModalAnswerer answerer;
         answerer.answer(QStringLiteral("OK"));
-        const auto window = windowWith({driveAt(broken)}, m_emptyDir);
+        const auto window = windowWith({driveAt(broken)}, m_emptyDir.path());
 
         QTRY_COMPARE_WITH_TIMEOUT(answerer.boxes().size(), 1, kPatienceMs);
         const QString reason =
@@ -230,9 +179,7 @@ private slots:
         QTest::qWait(100);
         QCOMPARE(startsLogged(*window, root), 1);
         QCOMPARE(answerer.boxes().size(), 1);
-        QFile journal(updateJournalPath(broken.path()));
-        QVERIFY(journal.open(QIODevice::ReadOnly));
-        QCOMPARE(journal.readAll(), QByteArray("{ not json"));
+        QCOMPARE(readFile(updateJournalPath(broken.path())), QByteArray("{ not json"));
     }
 
     void updateControlsReturnOnlyWhenTheLastRecoveryEnds()
@@ -240,7 +187,7 @@ private slots:
         QTemporaryDir first, second;
         writeStagedJournal(first);
         writeStagedJournal(second);
-        const auto window = windowWith({driveAt(first), driveAt(second)}, m_emptyDir);
+        const auto window = windowWith({driveAt(first), driveAt(second)}, m_emptyDir.path());
 
         // The controls' state at the moment each outcome reaches the log.
         QList<bool> enabledAtOutcome;
@@ -276,7 +223,7 @@ private slots:
         QTemporaryDir drive;
         QVERIFY(QDir(drive.path()).mkpath(QStringLiteral("Tavrinox")));
         QVERIFY(writeUpdateJournal(drive.path(), QJsonObject{{"id", "1"}, {"phase", "rolled-back"}}));
-        const auto window = windowWith({driveAt(drive)}, m_emptyDir);
+        const auto window = windowWith({driveAt(drive)}, m_emptyDir.path());
         const QString message = QStringLiteral("Uma atualização anterior já havia sido revertida; os "
                                                "arquivos de diagnóstico foram preservados.");
         QTRY_COMPARE_WITH_TIMEOUT(logLines(*window).constLast(), message, kPatienceMs);

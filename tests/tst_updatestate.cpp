@@ -1,8 +1,8 @@
 #include "buildconfig.h"
+#include "support/testfiles.h"
 #include "transaction/updatestate.h"
 
 #include <QDir>
-#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
@@ -11,23 +11,8 @@
 
 using namespace Tavrinox;
 
-namespace {
-
-void writeFile(const QString &path, const QByteArray &content)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(content);
-}
-
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-} // namespace
+using Fixture::readFile;
+using Fixture::writeFile;
 
 class TestUpdateState : public QObject
 {
@@ -42,8 +27,8 @@ private slots:
     {
         QTemporaryDir drive;
         // An older writer's file, with a hash and an unknown key: neither survives.
-        writeFile(drive.filePath("Tavrinox/update-state.json"),
-                  R"({"app":"Tavrinox","lastPackageSha256":"abc","extra":1})");
+        QVERIFY(writeFile(drive.filePath("Tavrinox/update-state.json"),
+                          R"({"app":"Tavrinox","lastPackageSha256":"abc","extra":1})"));
         QString error;
         QVERIFY(writeUpdateState(drive.path(), QStringLiteral("1.0.5"), QString(), &error));
 
@@ -95,7 +80,7 @@ private slots:
         if (obstacle.endsWith(QLatin1Char('/'))) {
             QVERIFY(QDir().mkpath(drive.filePath(obstacle + "keep")));
         } else {
-            writeFile(drive.filePath(obstacle), "not a folder");
+            QVERIFY(writeFile(drive.filePath(obstacle), "not a folder"));
         }
         QString error;
         QVERIFY(!writeUpdateState(drive.path(), QStringLiteral("1.0.5"), QString(), &error));
@@ -128,7 +113,7 @@ private slots:
         QFETCH(QByteArray, content);
         QFETCH(QString, expected);
         QTemporaryDir drive;
-        writeFile(updateStatePath(drive.path()), content);
+        QVERIFY(writeFile(updateStatePath(drive.path()), content));
         QCOMPARE(readInstalledVersion(drive.path()), expected);
     }
 

@@ -1,5 +1,6 @@
 #include "prepare/windowsdeployment.h"
 #include "support/bundlefixture.h"
+#include "support/testfiles.h"
 
 #include <QDir>
 #include <QFile>

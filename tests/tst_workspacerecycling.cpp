@@ -1,5 +1,6 @@
-#include "app/configwindow.h"
 #include "support/modalanswerer.h"
+#include "support/testfiles.h"
+#include "support/windowfixture.h"
 #include "transaction/workspacerecycling.h"
 
 #include <QApplication>
@@ -11,6 +12,7 @@
 #include <QtTest>
 
 using namespace Tavrinox;
+using Fixture::writeFile;
 
 namespace {
 
@@ -72,13 +74,6 @@ public:
 private:
     QProcess m_process;
 };
-
-bool writeFile(const QString &path, const QByteArray &content)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
-}
 
 using Tree = QMap<QString, QByteArray>;
 
@@ -340,12 +335,10 @@ private slots:
         if (result == kWorkspaceRecycleFailed)
             QVERIFY(QFile::link(sandbox("outside"), workspace(kVault + "/elsewhere")));
 
-        ConfigWindowSetup setup;
-        setup.bundleSearchDirectory = sandbox("empty");
-        ConfigWindow window(std::move(setup));
+        const auto window = Fixture::windowWithoutDetection(sandbox("empty"));
         ModalAnswerer answerer;
         answerer.answer(QStringLiteral("OK"));
-        window.recycleWorkspace();
+        window->recycleWorkspace();
 
         QCOMPARE(answerer.boxes().size(), 1);
         const ShownBox &box = answerer.boxes().first();
