@@ -141,12 +141,6 @@ private slots:
         QCOMPARE(source.fromBuildTree, expectFromTree);
     }
 
-    void directoryNamedTavrinoxMakesTheProgramDirectoryTheBundle()
-    {
-        createEntries(m_program, {QStringLiteral("Tavrinox/")});
-        QCOMPARE(locateLinuxBundle(m_program, QString()).directory, m_program);
-    }
-
     void emptySourceTreeIsNotSearched()
     {
         // An empty base would otherwise resolve against the current directory.

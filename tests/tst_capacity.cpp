@@ -1,10 +1,7 @@
 #include "prepare/capacity.h"
-#include "support/loopvolume.h"
 #include "support/testfiles.h"
 
 #include <QDir>
-#include <QFile>
-#include <QStorageInfo>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -120,35 +117,6 @@ private slots:
         QVERIFY(writeFile(dir.filePath("lin/lib/libQt6Core.so.6"), QByteArray(50, 'x')));
         QVERIFY(writeFile(dir.filePath("lin/.hidden"), QByteArray(5000, 'x')));
         QCOMPARE(estimateLinuxBundleSize(sources), 150);
-    }
-
-    void refusesOnARealVolume()
-    {
-        LoopVolume volume;
-        QString whyNot;
-        if (!volume.mount(LoopVolume::FileSystem::ExFat, 16 * 1024 * 1024, &whyNot))
-            QSKIP(qPrintable(whyNot));
-        const QStorageInfo storage(volume.mountPoint());
-        const qint64 total = storage.bytesTotal();
-        QVERIFY(total > 0);
-        const QString target = QDir(volume.mountPoint()).filePath("Tavrinox");
-        QVERIFY(QDir().mkpath(target));
-
-        QTemporaryDir sources;
-        PreparationSources bundle;
-        bundle.linuxExecutable = sources.filePath("lin/Tavrinox");
-        PreparationResult result;
-
-        QVERIFY(Fixture::makeSparseFile(bundle.linuxExecutable, total / 4));
-        QVERIFY(checkCapacity(volume.mountPoint(), target, bundle, result));
-
-        QVERIFY(Fixture::makeSparseFile(bundle.linuxExecutable, total / 4 + 1));
-        QVERIFY(!checkCapacity(volume.mountPoint(), target, bundle, result));
-        QCOMPARE(result.message, overAQuarter(total, total / 4 + 1));
-
-        QVERIFY(Fixture::makeSparseFile(bundle.linuxExecutable, total * 2));
-        QVERIFY(!checkCapacity(volume.mountPoint(), target, bundle, result));
-        QCOMPARE(result.message, noSpace(total * 2, QStorageInfo(volume.mountPoint()).bytesAvailable()));
     }
 
     void unknownVolumeIsRefused()

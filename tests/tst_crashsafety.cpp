@@ -180,14 +180,10 @@ private slots:
 
     void injectedFailureThenRecoveryEndsWhole_data();
     void injectedFailureThenRecoveryEndsWhole();
-    void killDuringPromotionEndsWhole();
-    void killDuringRecoveryEndsWhole();
-    void killDuringPromotionOnExFatEndsWhole();
-    void killDuringRecoveryOnExFatEndsWhole();
+    void killAtEveryOperationEndsWhole_data();
+    void killAtEveryOperationEndsWhole();
 
 private:
-    using KillLoop = void (TestCrashSafety::*)(const QString &parent, Tally *tally);
-    void exercise(const QString &part, const QString &parent, KillLoop loop);
     void killPromotionAtEveryOperation(const QString &parent, Tally *tally);
     void killRecoveryAtEveryOperation(const QString &parent, Tally *tally);
     bool mountExFat();
@@ -317,28 +313,6 @@ void TestCrashSafety::killRecoveryAtEveryOperation(const QString &parent, Tally 
     QFAIL("the promotion never completed under the shim");
 }
 
-void TestCrashSafety::exercise(const QString &part, const QString &parent, KillLoop loop)
-{
-    Tally tally(part);
-    (this->*loop)(parent, &tally);
-    m_tallies.append(tally);
-    QVERIFY2(tally.broken.isEmpty(), qPrintable(tally.broken.join(QLatin1Char('\n'))));
-}
-
-void TestCrashSafety::killDuringPromotionEndsWhole()
-{
-    QTemporaryDir parent;
-    exercise(QStringLiteral("Promotion, local disk"), parent.path(),
-             &TestCrashSafety::killPromotionAtEveryOperation);
-}
-
-void TestCrashSafety::killDuringRecoveryEndsWhole()
-{
-    QTemporaryDir parent;
-    exercise(QStringLiteral("Recovery, local disk"), parent.path(),
-             &TestCrashSafety::killRecoveryAtEveryOperation);
-}
-
 bool TestCrashSafety::mountExFat()
 {
     if (!m_exFat && m_exFatSkipReason.isEmpty()) {
@@ -349,20 +323,33 @@ bool TestCrashSafety::mountExFat()
     return m_exFat != nullptr;
 }
 
-void TestCrashSafety::killDuringPromotionOnExFatEndsWhole()
+// Each row's name is the part of the suite it counts for in the figures printed at the end.
+void TestCrashSafety::killAtEveryOperationEndsWhole_data()
 {
-    if (!mountExFat())
-        QSKIP(qPrintable(QStringLiteral("no exFAT volume: %1").arg(m_exFatSkipReason)));
-    exercise(QStringLiteral("Promotion, exFAT"), m_exFat->mountPoint(),
-             &TestCrashSafety::killPromotionAtEveryOperation);
+    QTest::addColumn<bool>("killRecovery");
+    QTest::addColumn<bool>("onExFat");
+    QTest::newRow("Promotion, local disk") << false << false;
+    QTest::newRow("Recovery, local disk") << true << false;
+    QTest::newRow("Promotion, exFAT") << false << true;
+    QTest::newRow("Recovery, exFAT") << true << true;
 }
 
-void TestCrashSafety::killDuringRecoveryOnExFatEndsWhole()
+void TestCrashSafety::killAtEveryOperationEndsWhole()
 {
-    if (!mountExFat())
+    QFETCH(bool, killRecovery);
+    QFETCH(bool, onExFat);
+    if (onExFat && !mountExFat())
         QSKIP(qPrintable(QStringLiteral("no exFAT volume: %1").arg(m_exFatSkipReason)));
-    exercise(QStringLiteral("Recovery, exFAT"), m_exFat->mountPoint(),
-             &TestCrashSafety::killRecoveryAtEveryOperation);
+    QTemporaryDir localDisk;
+    const QString parent = onExFat ? m_exFat->mountPoint() : localDisk.path();
+
+    Tally tally(QString::fromUtf8(QTest::currentDataTag()));
+    if (killRecovery)
+        killRecoveryAtEveryOperation(parent, &tally);
+    else
+        killPromotionAtEveryOperation(parent, &tally);
+    m_tallies.append(tally);
+    QVERIFY2(tally.broken.isEmpty(), qPrintable(tally.broken.join(QLatin1Char('\n'))));
 }
 
 QTEST_GUILESS_MAIN(TestCrashSafety)

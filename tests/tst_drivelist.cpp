@@ -99,14 +99,17 @@ private slots:
                               "1 unidade(s) USB detectada(s)."}));
     }
 
+    // At start-up and at each refresh the log says so, after the bundle-source lines.
     void withoutManagerDetectionIsUnavailable()
     {
         const auto window = windowWithoutDetection(m_emptyDir.path());
         window->refreshDevices();
         QCOMPARE(comboEntries(*window), QStringList());
         QCOMPARE(window->findChild<QComboBox *>()->currentIndex(), -1);
-        QCOMPARE(logLines(*window).mid(2), QStringList({"Detecção de USB não disponível neste sistema.",
-                                                        "Detecção de USB não disponível neste sistema."}));
+        QCOMPARE(logLines(*window), QStringList({"Fonte Windows para preparação ausente.",
+                                                 "Fonte Linux para preparação ausente.",
+                                                 "Detecção de USB não disponível neste sistema.",
+                                                 "Detecção de USB não disponível neste sistema."}));
     }
 
 private:

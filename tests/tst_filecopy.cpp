@@ -48,39 +48,34 @@ private slots:
         QVERIFY(result.message.isEmpty());
     }
 
-    void keepsDestinationInPlace_data()
+    // A destination that is the source itself, or of the same size, is left as it is; any other is rewritten.
+    void rewritesOnlyADestinationOfOtherSize_data()
     {
-        QTest::addColumn<bool>("ontoItself");
-        QTest::newRow("same absolute path") << true;
-        QTest::newRow("same size, other bytes") << false;
+        QTest::addColumn<QString>("destination");
+        QTest::addColumn<QByteArray>("earlier");
+        QTest::addColumn<bool>("kept");
+        QTest::newRow("same absolute path") << "sub/../bundle.dll" << QByteArray() << true;
+        QTest::newRow("same size, other bytes") << "drive.dll" << QByteArray("old content") << true;
+        QTest::newRow("other size") << "drive.dll" << QByteArray("v1") << false;
     }
-    void keepsDestinationInPlace()
+    void rewritesOnlyADestinationOfOtherSize()
     {
-        QFETCH(bool, ontoItself);
-        const QString source = path("bundle.dll");
-        const QString destination = ontoItself ? path("sub/../bundle.dll") : path("drive.dll");
-        QVERIFY(writeFile(source, "new content"));
-        if (!ontoItself)
-            QVERIFY(writeFile(destination, "old content"));
-        const QByteArray before = readFile(destination);
-        const QFileInfo beforeInfo(destination);
+        QFETCH(QString, destination);
+        QFETCH(QByteArray, earlier);
+        QFETCH(bool, kept);
+        QVERIFY(writeFile(path("bundle.dll"), "new content"));
+        QVERIFY(QDir().mkpath(path("sub")));
+        if (!earlier.isEmpty())
+            QVERIFY(writeFile(path(destination), earlier));
+        const QByteArray before = readFile(path(destination));
+        QVERIFY(Fixture::ageTree(m_dir->path()));
 
         PreparationResult result;
-        QVERIFY(copyFile(source, destination, result));
+        QVERIFY(copyFile(path("bundle.dll"), path(destination), result));
 
-        QCOMPARE(readFile(destination), before);
-        QCOMPARE(QFileInfo(destination).fileTime(QFileDevice::FileModificationTime),
-                 beforeInfo.fileTime(QFileDevice::FileModificationTime));
-        QCOMPARE(result.writtenPaths, QStringList{destination});
-    }
-
-    void refreshesDestinationOfOtherSize()
-    {
-        QVERIFY(writeFile(path("source"), "version two"));
-        QVERIFY(writeFile(path("destination"), "v1"));
-        PreparationResult result;
-        QVERIFY(copyFile(path("source"), path("destination"), result));
-        QCOMPARE(readFile(path("destination")), QByteArray("version two"));
+        QCOMPARE(readFile(path(destination)), kept ? before : QByteArray("new content"));
+        QCOMPARE(Fixture::hasOldTime(path(destination)), kept);
+        QCOMPARE(result.writtenPaths, QStringList{path(destination)});
     }
 
     // Each failure names what failed and leaves the earlier destination as it was.

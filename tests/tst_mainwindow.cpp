@@ -130,14 +130,6 @@ private slots:
         QVERIFY(version->mapTo(window.get(), QPoint()).x() < maker->mapTo(window.get(), QPoint()).x());
     }
 
-    void startupLogsSourcesThenMissingDetection()
-    {
-        const auto window = Fixture::windowWithoutDetection(m_emptyDir.path());
-        QCOMPARE(Fixture::logLines(*window), QStringList({"Fonte Windows para preparação ausente.",
-                                                          "Fonte Linux para preparação ausente.",
-                                                          "Detecção de USB não disponível neste sistema."}));
-    }
-
     void aboutShowsTheApplicationVersionAndRuntimeQt()
     {
         // A version other than the build's proves the dialog asks the application object.

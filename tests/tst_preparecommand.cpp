@@ -82,7 +82,7 @@ private slots:
         answerer.answer({"Sim", "OK"});
         ProgressWatch progress;
 
-        controlNamed<QPushButton>(*window, QStringLiteral("Preparar unidade USB"))->click();
+        clickPrepare(*window);
 
         QCOMPARE(answerer.boxes().size(), 2);
         const ShownBox question = answerer.boxes().at(0);
@@ -124,102 +124,107 @@ private slots:
         QCOMPARE(readInstalledVersion(m_root), QStringLiteral("1.0.5"));
     }
 
-    // The checks come in a fixed order; each refusal shows one box and leaves drive and log alone.
-    void refusesBeforeAsking_data()
+    // The checks come in a fixed order, then the question: each stop shows one box and leaves drive and
+    // log alone. A %1 in a text stands for the drive's root.
+    void stopsWithoutPreparing_data()
     {
         QTest::addColumn<bool>("withBundles");
-        QTest::addColumn<int>("drives");
+        QTest::addColumn<int>("drives"); // 0: two usable, none selected; 1: one unmounted; 2: one usable
+        QTest::addColumn<QString>("answer");
+        QTest::addColumn<QString>("expectedTitle");
         QTest::addColumn<QString>("expectedText");
         QTest::addColumn<int>("expectedIcon");
         QTest::newRow("no bundle, checked before the selection")
-            << false << 0 << "Compile pelo menos um bundle do Tavrinox antes de preparar a unidade."
+            << false << 0 << "OK" << kTitle
+            << "Compile pelo menos um bundle do Tavrinox antes de preparar a unidade."
             << int(QMessageBox::Warning);
         QTest::newRow("no drive selected")
-            << true << 0 << "Selecione uma unidade USB primeiro." << int(QMessageBox::Information);
+            << true << 0 << "OK" << kTitle << "Selecione uma unidade USB primeiro."
+            << int(QMessageBox::Information);
         QTest::newRow("listed but not mounted")
-            << true << 1
+            << true << 1 << "OK" << kTitle
             << "Monte a unidade USB no gerenciador de arquivos e atualize a lista antes de preparar."
             << int(QMessageBox::Information);
+        QTest::newRow("answered Não")
+            << true << 2 << "Não"
+            << "Preparar unidade USB"
+            << "Preparar a estrutura Tavrinox em %1?\n\nA unidade não será formatada. Arquivos existentes do "
+               "bundle Tavrinox podem ser substituídos."
+            << int(QMessageBox::Question);
     }
-    void refusesBeforeAsking()
+    void stopsWithoutPreparing()
     {
         QFETCH(bool, withBundles);
         QFETCH(int, drives);
+        QFETCH(QString, answer);
+        QFETCH(QString, expectedTitle);
         QFETCH(QString, expectedText);
         QFETCH(int, expectedIcon);
         if (withBundles)
             placeBundles();
-        // Two usable drives leave nothing selected; a lone unmounted one is selected by hand.
-        const auto window = drives == 0 ? newWindow({mountedDrive(m_root), mountedDrive(path("other/"))})
-                                        : newWindow({unmountedDrive("/dev/sdz1")});
+        const QList<QList<UsbDevice>> attached = {{mountedDrive(m_root), mountedDrive(path("other/"))},
+                                                  {unmountedDrive("/dev/sdz1")},
+                                                  {mountedDrive(m_root)}};
+        const auto window = newWindow(attached.at(drives));
+        // A lone unmounted drive is not selected by the refresh; the user picks it by hand.
         if (drives == 1)
             window->findChild<QComboBox *>()->setCurrentIndex(0);
         const QStringList logBefore = logLines(*window);
         ModalAnswerer answerer;
-        answerer.answer({"OK", "Sim"});
+        answerer.answer({answer, "Sim"});
 
-        controlNamed<QPushButton>(*window, QStringLiteral("Preparar unidade USB"))->click();
+        clickPrepare(*window);
 
         QCOMPARE(answerer.boxes().size(), 1);
-        QCOMPARE(answerer.boxes().at(0).title, kTitle);
-        QCOMPARE(answerer.boxes().at(0).text, expectedText);
+        QCOMPARE(answerer.boxes().at(0).title, expectedTitle);
+        QCOMPARE(answerer.boxes().at(0).text, expectedText.replace(QLatin1String("%1"), m_root));
         QCOMPARE(int(answerer.boxes().at(0).icon), expectedIcon);
         QCOMPARE(logLines(*window), logBefore);
         QVERIFY(!QFileInfo::exists(path("drive/Tavrinox")));
     }
 
-    void answeringNoChangesNothing()
+    // A failed preparation is logged and shown and records no state; a failed state write only warns.
+    // An obstacle ending in "/" is a folder where a file goes, any other a file where a folder goes.
+    // A %1 stands for the drive's folder.
+    void failureIsLoggedAndShown_data()
     {
-        placeBundles();
-        const auto window = newWindow({mountedDrive(m_root)});
-        const QStringList logBefore = logLines(*window);
-        ModalAnswerer answerer;
-        answerer.answer("Não");
-
-        controlNamed<QPushButton>(*window, QStringLiteral("Preparar unidade USB"))->click();
-
-        QCOMPARE(answerer.boxes().size(), 1);
-        QCOMPARE(logLines(*window), logBefore);
-        QVERIFY(!QFileInfo::exists(path("drive/Tavrinox")));
+        QTest::addColumn<QString>("obstacle");
+        QTest::addColumn<QStringList>("expectedLog");
+        QTest::addColumn<QString>("expectedText");
+        QTest::addColumn<int>("expectedIcon");
+        QTest::newRow("preparation fails")
+            << "Tavrinox/windows" << QStringList{"Falha: Nao foi possivel criar a pasta: %1/Tavrinox/windows"}
+            << "Nao foi possivel criar a pasta: %1/Tavrinox/windows" << int(QMessageBox::Warning);
+        QTest::newRow("state write fails")
+            << "Tavrinox/update-state.json/"
+            << QStringList{"Unidade preparada: %1/",
+                           "Aviso: Não foi possível abrir o arquivo de estado: %1/Tavrinox/update-state.json"}
+            << kPrepared << int(QMessageBox::Information);
     }
-
-    void failedPreparationIsLoggedAndShown()
+    void failureIsLoggedAndShown()
     {
+        QFETCH(QString, obstacle);
+        QFETCH(QStringList, expectedLog);
+        QFETCH(QString, expectedText);
+        QFETCH(int, expectedIcon);
         placeBundles();
-        QVERIFY(Fixture::writeFile(path("drive/Tavrinox/windows"), "a file where the bundle folder goes"));
+        if (obstacle.endsWith(QLatin1Char('/')))
+            QVERIFY(QDir().mkpath(path("drive/" + obstacle)));
+        else
+            QVERIFY(writeFile(path("drive/" + obstacle), "a file where a folder goes"));
         const auto window = newWindow({mountedDrive(m_root)});
         const QStringList logBefore = logLines(*window);
         ModalAnswerer answerer;
         answerer.answer({"Sim", "OK"});
 
-        controlNamed<QPushButton>(*window, QStringLiteral("Preparar unidade USB"))->click();
+        clickPrepare(*window);
 
-        const QString message = "Nao foi possivel criar a pasta: " + path("drive/Tavrinox/windows");
-        QCOMPARE(logLines(*window), logBefore + QStringList{"Falha: " + message});
+        expectedLog.replaceInStrings(QLatin1String("%1"), path("drive"));
+        QCOMPARE(logLines(*window), logBefore + expectedLog);
         QCOMPARE(answerer.boxes().size(), 2);
-        QCOMPARE(answerer.boxes().at(1).text, message);
-        QCOMPARE(answerer.boxes().at(1).icon, QMessageBox::Warning);
-        QVERIFY(!QFileInfo::exists(updateStatePath(m_root)));
-    }
-
-    void failedStateWriteIsOnlyAWarning()
-    {
-        placeBundles();
-        QVERIFY(QDir().mkpath(path("drive/Tavrinox/update-state.json")));
-        const auto window = newWindow({mountedDrive(m_root)});
-        const QStringList logBefore = logLines(*window);
-        ModalAnswerer answerer;
-        answerer.answer({"Sim", "OK"});
-
-        controlNamed<QPushButton>(*window, QStringLiteral("Preparar unidade USB"))->click();
-
-        QCOMPARE(logLines(*window),
-                 logBefore + QStringList({"Unidade preparada: " + m_root,
-                                          "Aviso: Não foi possível abrir o arquivo de estado: " +
-                                              path("drive/Tavrinox/update-state.json")}));
-        QCOMPARE(answerer.boxes().size(), 2);
-        QCOMPARE(answerer.boxes().at(1).text, kPrepared);
-        QCOMPARE(answerer.boxes().at(1).icon, QMessageBox::Information);
+        QCOMPARE(answerer.boxes().at(1).text, expectedText.replace(QLatin1String("%1"), path("drive")));
+        QCOMPARE(int(answerer.boxes().at(1).icon), expectedIcon);
+        QVERIFY(!QFileInfo(updateStatePath(m_root)).isFile());
     }
 
 private:
@@ -230,6 +235,11 @@ private:
     {
         QVERIFY(Fixture::makeWindowsBundle(path("app/bundles/windows-x64")));
         QVERIFY(Fixture::makeLinuxBundle(path("app/bundles/linux-x64")));
+    }
+
+    static void clickPrepare(const ConfigWindow &window)
+    {
+        controlNamed<QPushButton>(window, QStringLiteral("Preparar unidade USB"))->click();
     }
 
     std::unique_ptr<ConfigWindow> newWindow(QList<UsbDevice> drives) const

@@ -148,36 +148,37 @@ private slots:
                               UpdateDrive::packageSha256));
     }
 
-    void failedLinuxSwapRestoresWindowsAndRecordsRollBack()
+    // A Linux swap that fails puts Windows back and records the roll-back; a Windows one leaves its
+    // journal for recovery. Either way the live bundles and the state stay the old ones.
+    void failedSwapKeepsTheOldVersion_data()
     {
-        QVERIFY(QDir(QDir(m_drive.packageRoot()).filePath("Tavrinox/linux")).removeRecursively());
+        QTest::addColumn<QString>("bundle");
+        QTest::addColumn<QString>("phase");
+        QTest::addColumn<QString>("lastRecord");
+        QTest::newRow("linux") << "linux"
+                               << "rolled-back"
+                               << "rolled-back: Falha na promoção Linux; bundle Windows restaurado.";
+        QTest::newRow("windows") << "windows"
+                                 << "promoting-windows"
+                                 << "failed: Falha na promoção do bundle Windows.";
+    }
+    void failedSwapKeepsTheOldVersion()
+    {
+        QFETCH(QString, bundle);
+        QFETCH(QString, phase);
+        QFETCH(QString, lastRecord);
+        QVERIFY(QDir(QDir(m_drive.packageRoot()).filePath("Tavrinox/" + bundle)).removeRecursively());
         QString error;
         QVERIFY(!promoteUpdate(m_drive.root(), m_drive.packageRoot(), UpdateDrive::newVersion,
                                UpdateDrive::packageSha256, &error));
-        QCOMPARE(error,
-                 QStringLiteral("Não foi possível aplicar novo bundle em: %1").arg(m_drive.linuxPath()));
+        QCOMPARE(error, QStringLiteral("Não foi possível aplicar novo bundle em: %1")
+                            .arg(bundle == "linux" ? m_drive.linuxPath() : m_drive.windowsPath()));
         QCOMPARE(m_drive.live(), m_drive.oldBundles());
         QVERIFY(backupsOn(m_drive).isEmpty());
         QCOMPARE(readInstalledVersion(m_drive.root()), UpdateDrive::oldVersion);
         const QJsonObject journal = journalOf(m_drive);
-        QCOMPARE(journal.value("phase").toString(), QStringLiteral("rolled-back"));
-        QCOMPARE(logOf(m_drive, journal.value("id").toString()).last(),
-                 QStringLiteral("rolled-back: Falha na promoção Linux; bundle Windows restaurado."));
-    }
-
-    void failedWindowsSwapLeavesJournalForRecovery()
-    {
-        QVERIFY(QDir(QDir(m_drive.packageRoot()).filePath("Tavrinox/windows")).removeRecursively());
-        QString error;
-        QVERIFY(!promoteUpdate(m_drive.root(), m_drive.packageRoot(), UpdateDrive::newVersion,
-                               UpdateDrive::packageSha256, &error));
-        QCOMPARE(error,
-                 QStringLiteral("Não foi possível aplicar novo bundle em: %1").arg(m_drive.windowsPath()));
-        QCOMPARE(m_drive.live(), m_drive.oldBundles());
-        const QJsonObject journal = journalOf(m_drive);
-        QCOMPARE(journal.value("phase").toString(), QStringLiteral("promoting-windows"));
-        QCOMPARE(logOf(m_drive, journal.value("id").toString()).last(),
-                 QStringLiteral("failed: Falha na promoção do bundle Windows."));
+        QCOMPARE(journal.value("phase").toString(), phase);
+        QCOMPARE(logOf(m_drive, journal.value("id").toString()).last(), lastRecord);
     }
 
     void unwritableFirstLogRecordStopsBeforeAnySwap()
@@ -240,28 +241,27 @@ private slots:
         QVERIFY(!QFileInfo::exists(backup));
     }
 
+    // The backup wins over whatever stands in the live place; without a backup the live bundle stays.
     void restorePutsTheBackupInPlace_data()
     {
+        QTest::addColumn<bool>("backupExists");
         QTest::addColumn<bool>("liveExists");
-        QTest::newRow("over a live bundle") << true;
-        QTest::newRow("where the live bundle is missing") << false;
+        QTest::newRow("over a live bundle") << true << true;
+        QTest::newRow("where the live bundle is missing") << true << false;
+        QTest::newRow("no backup") << false << true;
     }
     void restorePutsTheBackupInPlace()
     {
+        QFETCH(bool, backupExists);
         QFETCH(bool, liveExists);
         const QString backup = m_drive.windowsPath() + ".backup-1";
-        QVERIFY(QDir().rename(m_drive.windowsPath(), backup));
-        if (liveExists)
+        if (backupExists)
+            QVERIFY(QDir().rename(m_drive.windowsPath(), backup));
+        if (backupExists && liveExists)
             QVERIFY(Fixture::writeFile(m_drive.windowsPath() + "/half/written.dll", "partial"));
         QVERIFY(restoreBundleBackup(m_drive.windowsPath(), backup));
         QCOMPARE(treeDigest(m_drive.windowsPath()), m_drive.oldBundles().windows);
         QVERIFY(!QFileInfo::exists(backup));
-    }
-
-    void restoreWithoutBackupKeepsTheLiveBundle()
-    {
-        QVERIFY(restoreBundleBackup(m_drive.windowsPath(), m_drive.windowsPath() + ".backup-1"));
-        QCOMPARE(treeDigest(m_drive.windowsPath()), m_drive.oldBundles().windows);
     }
 
     void removalTakesTreesAndFilesButNeverFollowsLinks()
