@@ -1,9 +1,9 @@
 #include "app/configwindow.h"
 #include "prepare/bundlesource.h"
+#include "support/testfiles.h"
 #include "support/windowfixture.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFormLayout>
 #include <QLabel>
 #include <QTemporaryDir>
@@ -19,13 +19,7 @@ void createEntries(const QString &base, const QStringList &entries)
     const QDir baseDir(base);
     for (const QString &entry : entries) {
         const QString path = baseDir.filePath(entry);
-        if (entry.endsWith(QLatin1Char('/'))) {
-            QVERIFY(QDir().mkpath(path));
-        } else {
-            QVERIFY(QDir().mkpath(QFileInfo(path).path()));
-            QFile file(path);
-            QVERIFY(file.open(QIODevice::WriteOnly));
-        }
+        QVERIFY(entry.endsWith(QLatin1Char('/')) ? QDir().mkpath(path) : Fixture::writeFile(path, {}));
     }
 }
 

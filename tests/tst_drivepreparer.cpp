@@ -116,10 +116,9 @@ private slots:
 
     void linuxOnlyLeavesWindowsFolderEmpty()
     {
-        const PreparationSources linuxOnly{{}, {}, m_sources.linuxExecutable, m_sources.linuxDirectory};
         ProgressLog progress;
         const PreparationResult result =
-            preparerWithoutTool().prepare(path("drive"), linuxOnly, progress.callback());
+            preparerWithoutTool().prepare(path("drive"), linuxOnly(), progress.callback());
         QVERIFY2(result.success, qPrintable(result.message));
         QCOMPARE(progress.steps, kAllSteps);
         QVERIFY(QDir(path("drive/Tavrinox/windows"))
@@ -292,8 +291,7 @@ private slots:
             QDir(drive + "/Tavrinox/linux").isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden));
 
         // The same volume takes a bundle of sensible size, with no Unix permissions to carry over.
-        result = preparerWithoutTool().prepare(drive,
-                                               {{}, {}, m_sources.linuxExecutable, m_sources.linuxDirectory});
+        result = preparerWithoutTool().prepare(drive, linuxOnly());
         QVERIFY2(result.success, qPrintable(result.message));
         QCOMPARE(Fixture::treeContents(drive + "/Tavrinox/linux"),
                  Fixture::visibleTreeContents(path("build/linux")));
@@ -307,15 +305,14 @@ private slots:
         if (!volume.mount(LoopVolume::FileSystem::Ext4, 16 * 1024 * 1024, &whyNot))
             QSKIP(qPrintable(whyNot));
         const QString drive = volume.mountPoint();
-        const PreparationSources linuxOnly{{}, {}, m_sources.linuxExecutable, m_sources.linuxDirectory};
-        QVERIFY(preparerWithoutTool().prepare(drive, linuxOnly).success);
+        QVERIFY(preparerWithoutTool().prepare(drive, linuxOnly()).success);
         const auto before = Fixture::treeContents(drive);
         QVERIFY(writeFile(path("build/linux/qt.conf"), "[Paths]\nPrefix = .\nPlugins = plugins\n"));
         QProcess remount;
         remount.start(QStringLiteral("mount"), {"-o", "remount,ro", drive});
         QVERIFY(remount.waitForFinished(60000) && remount.exitCode() == 0);
 
-        const PreparationResult result = preparerWithoutTool().prepare(drive, linuxOnly);
+        const PreparationResult result = preparerWithoutTool().prepare(drive, linuxOnly());
 
         QCOMPARE(result.message, "Nao foi possivel criar o arquivo: " + drive + "/Tavrinox/linux/qt.conf");
         QCOMPARE(Fixture::treeContents(drive), before);
@@ -323,6 +320,11 @@ private slots:
 
 private:
     QString path(const QString &relative) const { return QDir(m_dir->path()).filePath(relative); }
+
+    PreparationSources linuxOnly() const
+    {
+        return {{}, {}, m_sources.linuxExecutable, m_sources.linuxDirectory};
+    }
 
     std::unique_ptr<QTemporaryDir> m_dir;
     PreparationSources m_sources;
