@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QString>
+
+namespace Tavrinox {
+
+// Replaces the drive's two live bundles with those of the extracted package (packageRoot holds
+// Tavrinox/windows and Tavrinox/linux on the same volume), publishes the new version and removes
+// the backups, as one journaled transaction that recoverPendingUpdate() can finish or undo after
+// an interruption at any point. True only when everything, the clean-up included, succeeded.
+bool promoteUpdate(const QString &driveRoot, const QString &packageRoot, const QString &version,
+                   const QString &packageSha256, QString *error = nullptr);
+
+// Swaps one bundle by directory renames, keeping the live one as backupPath.
+bool replaceBundle(const QString &livePath, const QString &incomingPath, const QString &backupPath,
+                   QString *error = nullptr);
+
+// Puts a backup back in place of the live bundle; without a backup the live bundle is kept.
+bool restoreBundleBackup(const QString &livePath, const QString &backupPath, QString *error = nullptr);
+
+// Removes a directory tree (or a file); a path that does not exist counts as removed.
+bool removePathIfExists(const QString &path, QString *error = nullptr);
+
+// Lets tests stop the transaction after a named phase through TAVRINOX_TEST_FAIL_UPDATE_PHASE.
+bool injectedTestFailure(const QString &phase, QString *error = nullptr);
+
+} // namespace Tavrinox

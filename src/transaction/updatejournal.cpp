@@ -1,0 +1,111 @@
+#include "transaction/updatejournal.h"
+
+#include "errortext.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QSaveFile>
+
+#include <optional>
+
+namespace Tavrinox {
+
+namespace {
+
+// Milliseconds since the journal's startedAt, or nothing when the journal or its time cannot be read.
+std::optional<qint64> elapsedSinceTransactionStart(const QString &driveRoot)
+{
+    QFile file(updateJournalPath(driveRoot));
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    const QString startedAtText =
+        QJsonDocument::fromJson(file.readAll()).object().value(QStringLiteral("startedAt")).toString();
+    const QDateTime startedAt = QDateTime::fromString(startedAtText, Qt::ISODateWithMs);
+    if (!startedAt.isValid())
+        return std::nullopt;
+    return startedAt.msecsTo(QDateTime::currentDateTimeUtc());
+}
+
+} // namespace
+
+QString updateJournalPath(const QString &driveRoot)
+{
+    return QDir(driveRoot).filePath(QStringLiteral("Tavrinox/update-journal.json"));
+}
+
+QString transactionLogPath(const QString &driveRoot, const QString &transactionId)
+{
+    return QDir(driveRoot).filePath(QStringLiteral("Tavrinox/update-log-%1.jsonl").arg(transactionId));
+}
+
+bool writeUpdateJournal(const QString &driveRoot, QJsonObject journal, QString *error)
+{
+    journal.insert(QStringLiteral("schemaVersion"), 1);
+    journal.insert(QStringLiteral("app"), QStringLiteral("Tavrinox"));
+    journal.insert(QStringLiteral("updatedAt"), QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs));
+    const QByteArray document = QJsonDocument(journal).toJson(QJsonDocument::Indented);
+
+    const QString path = updateJournalPath(driveRoot);
+    QSaveFile file(path);
+    const bool written = file.open(QIODevice::WriteOnly | QIODevice::Text) &&
+                         file.write(document) == document.size() && file.commit();
+    if (!written) {
+        setError(error,
+                 QStringLiteral("Não foi possível registrar a transação de atualização: %1").arg(path));
+        return false;
+    }
+    return true;
+}
+
+bool readPendingJournal(const QString &driveRoot, QJsonObject *journal, QString *error)
+{
+    if (!journal)
+        return false;
+    *journal = QJsonObject();
+
+    QFile file(updateJournalPath(driveRoot));
+    if (!file.exists())
+        return true;
+    if (!file.open(QIODevice::ReadOnly)) {
+        setError(error, QStringLiteral("Não foi possível ler o journal de atualização pendente."));
+        return false;
+    }
+    const QJsonDocument document = QJsonDocument::fromJson(file.readAll());
+    const QJsonObject object = document.object();
+    if (!document.isObject() || object.value(QStringLiteral("schemaVersion")).toInt() != 1 ||
+        object.value(QStringLiteral("app")).toString() != QLatin1String("Tavrinox")) {
+        setError(error,
+                 QStringLiteral(
+                     "O journal de atualização pendente é inválido e foi preservado para diagnóstico."));
+        return false;
+    }
+    *journal = object;
+    return true;
+}
+
+bool appendTransactionLog(const QString &driveRoot, const QString &transactionId, const QString &phase,
+                          const QString &detail, QString *error)
+{
+    QJsonObject record;
+    record.insert(QStringLiteral("timestamp"), QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs));
+    record.insert(QStringLiteral("transactionId"), transactionId);
+    record.insert(QStringLiteral("phase"), phase);
+    record.insert(QStringLiteral("detail"), detail);
+    if (const std::optional<qint64> elapsed = elapsedSinceTransactionStart(driveRoot))
+        record.insert(QStringLiteral("elapsedMs"), *elapsed);
+    const QByteArray line = QJsonDocument(record).toJson(QJsonDocument::Compact) + '\n';
+
+    const QString path = transactionLogPath(driveRoot, transactionId);
+    QFile file(path);
+    const bool written = file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text) &&
+                         file.write(line) >= 0 && file.flush();
+    if (!written) {
+        setError(error, QStringLiteral("Não foi possível registrar o log da transação: %1").arg(path));
+        return false;
+    }
+    return true;
+}
+
+} // namespace Tavrinox
