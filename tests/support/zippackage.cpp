@@ -3,6 +3,7 @@
 #include "transaction/updatestate.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QtEndian>
@@ -72,11 +73,19 @@ ZipBuilder &ZipBuilder::characterDevice(const QByteArray &path)
     return *this;
 }
 
+ZipBuilder &ZipBuilder::storeOnly()
+{
+    m_storeOnly = true;
+    return *this;
+}
+
 QByteArray ZipBuilder::bytes() const
 {
     QByteArray zip;
     std::unique_ptr<archive, int (*)(archive *)> writer(archive_write_new(), archive_write_free);
     archive_write_set_format_zip(writer.get());
+    if (m_storeOnly)
+        archive_write_set_format_option(writer.get(), "zip", "compression", "store");
     archive_write_set_bytes_in_last_block(writer.get(), 1);
     archive_write_open(writer.get(), &zip, nullptr, writeToBuffer, nullptr);
 
@@ -168,4 +177,20 @@ bool driveHoldsBundles(const QString &root, const QByteArray &marker)
             return false;
     }
     return true;
+}
+
+QMap<QString, QByteArray> driveSnapshot(const QString &root)
+{
+    QMap<QString, QByteArray> snapshot;
+    const QDir drive(root);
+    QDirIterator it(root, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        QFile file(path);
+        snapshot.insert(drive.relativeFilePath(path), it.fileInfo().isDir() || !file.open(QIODevice::ReadOnly)
+                                                          ? QByteArray()
+                                                          : file.readAll());
+    }
+    return snapshot;
 }

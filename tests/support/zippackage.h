@@ -3,7 +3,10 @@
 #include <QByteArray>
 #include <QByteArrayList>
 #include <QList>
+#include <QMap>
 #include <QString>
+
+// Real ZIP packages for the update tests, and the drives they update.
 
 // Builds real ZIP archives with libarchive, entries in the order added, including the hostile kinds
 // a package must never be allowed to carry.
@@ -16,6 +19,8 @@ public:
     ZipBuilder &hardLink(const QByteArray &path, const QByteArray &target);
     // The zip writer refuses devices, so the entry is written as a file and its Unix mode patched.
     ZipBuilder &characterDevice(const QByteArray &path);
+    // Stores entries uncompressed, so the archive's size follows its content byte for byte.
+    ZipBuilder &storeOnly();
 
     QByteArray bytes() const;
     bool save(const QString &path) const;
@@ -30,6 +35,7 @@ private:
         int permissions;
     };
     QList<Entry> m_entries;
+    bool m_storeOnly = false;
 };
 
 // The files of both bundles, relative to the "Tavrinox" directory of a package or a drive.
@@ -48,3 +54,7 @@ bool layOutPreparedDrive(const QString &root, const QString &version, const QByt
 
 // Whether every bundle file on the drive holds the marker's content.
 bool driveHoldsBundles(const QString &root, const QByteArray &marker);
+
+// Every file and folder under root with the files' bytes (folders map to a null array), to show that
+// an operation left a drive exactly as it was.
+QMap<QString, QByteArray> driveSnapshot(const QString &root);
