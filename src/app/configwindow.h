@@ -2,11 +2,13 @@
 
 #include "platform/devicemanager.h"
 #include "prepare/bundlesource.h"
+#include "update/updatemanifest.h"
 
 #include <QList>
 #include <QMainWindow>
 #include <QSet>
 #include <QString>
+#include <QUrl>
 
 #include <memory>
 
@@ -24,6 +26,7 @@ struct ConfigWindowSetup
     std::unique_ptr<Platform::DeviceManager> deviceManager; // null: drive detection unavailable
     QString bundleSearchDirectory; // searched first for bundles: the program's own directory
     QString bundleSourceTree;      // searched next; empty: not searched
+    QUrl updateManifestUrl = Tavrinox::updateManifestUrl(); // the update server configured at build time
 
     static ConfigWindowSetup platformDefaults();
 };
@@ -58,6 +61,7 @@ private:
     bool askYesNo(const QString &title, const QString &text);
     void appendLog(const QString &message);
     void setUpdateControlsEnabled(bool enabled);
+    void startUpdateApply(const QString &root, const UpdateManifest &manifest);
 
     // Destroyed in reverse order: the sets first, the drive enumerator last.
     std::unique_ptr<Platform::DeviceManager> m_deviceManager;
@@ -70,6 +74,7 @@ private:
 
     const QString m_bundleSearchDirectory;
     const QString m_bundleSourceTree;
+    const QUrl m_updateManifestUrl;
 
     QAction *m_quitAction = nullptr;
     QAction *m_refreshAction = nullptr;
