@@ -8,7 +8,6 @@
 #include "update/updateapply.h"
 
 #include <QCoreApplication>
-#include <QCryptographicHash>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
@@ -162,8 +161,7 @@ int main(int argc, char **argv)
     }
     std::printf("building the package...\n");
     const QByteArray package = benchmarkPackage().bytes();
-    const QString sha256 =
-        QString::fromLatin1(QCryptographicHash::hash(package, QCryptographicHash::Sha256).toHex());
+    const QString sha256 = sha256Hex(package);
     server.addBody(QStringLiteral("/package.zip"), package);
     const QUrl url = server.url(QStringLiteral("/package.zip"));
     std::printf("package: %.1f MiB\n", double(package.size()) / kMiB);

@@ -7,7 +7,6 @@
 #include "update/packagelayout.h"
 #include "update/updateapply.h"
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
@@ -24,11 +23,6 @@ using namespace Tavrinox;
 
 namespace {
 
-QString sha256Of(const QByteArray &bytes)
-{
-    return QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex());
-}
-
 QByteArray randomBytes(qsizetype size)
 {
     QByteArray bytes(size, Qt::Uninitialized);
@@ -36,13 +30,6 @@ QByteArray randomBytes(qsizetype size)
     for (qsizetype i = 0; i < size; ++i)
         bytes[i] = char(generator.generate());
     return bytes;
-}
-
-// What the drive holds beside the package's own files once an update has finished or failed cleanly.
-QStringList leftovers(const QString &root)
-{
-    return QDir(QDir(root).filePath("Tavrinox"))
-        .entryList({"*.backup-*", ".update-*", "update-journal.json"}, QDir::AllEntries | QDir::Hidden);
 }
 
 } // namespace
@@ -79,8 +66,8 @@ private slots:
         QVERIFY(stateFile.open(QIODevice::ReadOnly));
         const QJsonObject state = QJsonDocument::fromJson(stateFile.readAll()).object();
         QCOMPARE(state.value("installedVersion").toString(), QStringLiteral("1.1.0"));
-        QCOMPARE(state.value("lastPackageSha256").toString(), sha256Of(package));
-        QCOMPARE(leftovers(m_drive->path()), QStringList());
+        QCOMPARE(state.value("lastPackageSha256").toString(), sha256Hex(package));
+        QCOMPARE(updateLeftovers(m_drive->path()), QStringList());
     }
 
     void failureLeavesDriveAsItWas_data()
@@ -142,7 +129,7 @@ private slots:
         if (change == "size=0")
             manifest.size = 0;
         else if (change == "sha256=other")
-            manifest.sha256 = sha256Of("another package");
+            manifest.sha256 = sha256Hex("another package");
         else if (change == "sha256=blank")
             manifest.sha256 += QLatin1Char(' ');
         else if (change == "url=missing")
@@ -251,7 +238,7 @@ private:
         UpdateManifest manifest;
         manifest.version = QStringLiteral("1.1.0");
         manifest.packageUrl = m_server.url("/package.zip").toString();
-        manifest.sha256 = sha256Of(package);
+        manifest.sha256 = sha256Hex(package);
         manifest.size = package.size();
         return manifest;
     }

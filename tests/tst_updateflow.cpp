@@ -8,7 +8,6 @@
 
 #include <QAction>
 #include <QComboBox>
-#include <QCryptographicHash>
 #include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -52,11 +51,6 @@ Platform::UsbDevice usbDrive(const QString &path, bool mounted = true)
     device.removable = true;
     device.mounted = mounted;
     return device;
-}
-
-QString sha256Of(const QByteArray &bytes)
-{
-    return QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex());
 }
 
 QStringList logLines(const ConfigWindow &window)
@@ -108,12 +102,6 @@ bool requested(const HttpsServer &server, const QString &path)
     return false;
 }
 
-QStringList backupsAndJournal(const QString &root)
-{
-    return QDir(QDir(root).filePath("Tavrinox"))
-        .entryList({"*.backup-*", ".update-*", "update-journal.json"}, QDir::AllEntries | QDir::Hidden);
-}
-
 } // namespace
 
 class TestUpdateFlow : public QObject
@@ -136,7 +124,7 @@ private slots:
         m_drive = std::make_unique<QTemporaryDir>();
         QVERIFY(layOutPreparedDrive(m_drive->path(), "1.0.0", "old"));
         m_package = tavrinoxPackage("new").bytes();
-        publish("1.1.0", sha256Of(m_package));
+        publish("1.1.0", sha256Hex(m_package));
     }
 
     void cleanup()
@@ -183,8 +171,8 @@ private slots:
         QFile state(updateStatePath(m_drive->path()));
         QVERIFY(state.open(QIODevice::ReadOnly));
         QCOMPARE(QJsonDocument::fromJson(state.readAll()).object().value("lastPackageSha256").toString(),
-                 sha256Of(m_package));
-        QCOMPARE(backupsAndJournal(m_drive->path()), QStringList());
+                 sha256Hex(m_package));
+        QCOMPARE(updateLeftovers(m_drive->path()), QStringList());
     }
 
     void declineLeavesDriveUntouched()
@@ -224,7 +212,7 @@ private slots:
             << "Falha ao consultar manifesto: Error transferring URL - server replied: Not Found"
             << "Error transferring URL - server replied: Not Found" << int(QMessageBox::Warning);
         QTest::newRow("package hash differs")
-            << "1.1.0" << sha256Of("another") << QStringList{"Sim", "OK"}
+            << "1.1.0" << sha256Hex("another") << QStringList{"Sim", "OK"}
             << "Falha ao aplicar atualização: Hash SHA-256 divergente. O pacote não será aplicado."
             << "Hash SHA-256 divergente. O pacote não será aplicado." << int(QMessageBox::Warning);
     }
@@ -240,7 +228,7 @@ private slots:
         if (manifestVersion.isEmpty())
             m_server->addStatus(kManifestPath, 404);
         else
-            publish(manifestVersion, manifestHash.isEmpty() ? sha256Of(m_package) : manifestHash);
+            publish(manifestVersion, manifestHash.isEmpty() ? sha256Hex(m_package) : manifestHash);
         const QString url = m_server->url(kManifestPath).toString();
         logLine.replace("URL", url);
         boxText.replace("URL", url);

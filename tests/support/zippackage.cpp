@@ -2,6 +2,7 @@
 
 #include "transaction/updatestate.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
@@ -193,4 +194,17 @@ QMap<QString, QByteArray> driveSnapshot(const QString &root)
                                                           : file.readAll());
     }
     return snapshot;
+}
+
+QStringList updateLeftovers(const QString &root)
+{
+    return QDir(QDir(root).filePath(QStringLiteral("Tavrinox")))
+        .entryList({QStringLiteral("*.backup-*"), QStringLiteral(".update-*"),
+                    QStringLiteral("update-journal.json")},
+                   QDir::AllEntries | QDir::Hidden);
+}
+
+QString sha256Hex(const QByteArray &bytes)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex());
 }

@@ -5,6 +5,7 @@
 #include <QList>
 #include <QMap>
 #include <QString>
+#include <QStringList>
 
 // Real ZIP packages for the update tests, and the drives they update.
 
@@ -54,6 +55,13 @@ bool layOutPreparedDrive(const QString &root, const QString &version, const QByt
 
 // Whether every bundle file on the drive holds the marker's content.
 bool driveHoldsBundles(const QString &root, const QByteArray &marker);
+
+// What an update leaves in the drive's Tavrinox folder when it did not finish cleanly: backups, work
+// areas, the journal.
+QStringList updateLeftovers(const QString &root);
+
+// A package's SHA-256 as the manifest gives it: lower-case hex.
+QString sha256Hex(const QByteArray &bytes);
 
 // Every file and folder under root with the files' bytes (folders map to a null array), to show that
 // an operation left a drive exactly as it was.
