@@ -38,17 +38,9 @@ bool isAbsolute(const QByteArray &path)
     return rooted || driveLetter;
 }
 
-bool climbsOut(const QByteArray &path)
+bool climbsOut(QByteArray path)
 {
-    qsizetype start = 0;
-    for (qsizetype i = 0; i <= path.size(); ++i) {
-        if (i == path.size() || isSeparator(path.at(i))) {
-            if (path.mid(start, i - start) == "..")
-                return true;
-            start = i + 1;
-        }
-    }
-    return false;
+    return path.replace('\\', '/').split('/').contains("..");
 }
 
 // Why an entry may not be extracted, or an empty text when it may.
