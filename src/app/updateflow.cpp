@@ -12,7 +12,7 @@
 #include <QPushButton>
 #include <QStorageInfo>
 #include <QThreadPool>
-#include <QtConcurrent>
+#include <QtConcurrentRun>
 
 namespace Tavrinox {
 
