@@ -186,6 +186,8 @@ private slots:
     void killDuringRecoveryOnExFatEndsWhole();
 
 private:
+    using KillLoop = void (TestCrashSafety::*)(const QString &parent, Tally *tally);
+    void exercise(const QString &part, const QString &parent, KillLoop loop);
     void killPromotionAtEveryOperation(const QString &parent, Tally *tally);
     void killRecoveryAtEveryOperation(const QString &parent, Tally *tally);
     bool mountExFat();
@@ -315,22 +317,26 @@ void TestCrashSafety::killRecoveryAtEveryOperation(const QString &parent, Tally 
     QFAIL("the promotion never completed under the shim");
 }
 
+void TestCrashSafety::exercise(const QString &part, const QString &parent, KillLoop loop)
+{
+    Tally tally(part);
+    (this->*loop)(parent, &tally);
+    m_tallies.append(tally);
+    QVERIFY2(tally.broken.isEmpty(), qPrintable(tally.broken.join(QLatin1Char('\n'))));
+}
+
 void TestCrashSafety::killDuringPromotionEndsWhole()
 {
     QTemporaryDir parent;
-    Tally tally(QStringLiteral("Promotion, local disk"));
-    killPromotionAtEveryOperation(parent.path(), &tally);
-    m_tallies.append(tally);
-    QVERIFY2(tally.broken.isEmpty(), qPrintable(tally.broken.join(QLatin1Char('\n'))));
+    exercise(QStringLiteral("Promotion, local disk"), parent.path(),
+             &TestCrashSafety::killPromotionAtEveryOperation);
 }
 
 void TestCrashSafety::killDuringRecoveryEndsWhole()
 {
     QTemporaryDir parent;
-    Tally tally(QStringLiteral("Recovery, local disk"));
-    killRecoveryAtEveryOperation(parent.path(), &tally);
-    m_tallies.append(tally);
-    QVERIFY2(tally.broken.isEmpty(), qPrintable(tally.broken.join(QLatin1Char('\n'))));
+    exercise(QStringLiteral("Recovery, local disk"), parent.path(),
+             &TestCrashSafety::killRecoveryAtEveryOperation);
 }
 
 bool TestCrashSafety::mountExFat()
@@ -347,20 +353,16 @@ void TestCrashSafety::killDuringPromotionOnExFatEndsWhole()
 {
     if (!mountExFat())
         QSKIP(qPrintable(QStringLiteral("no exFAT volume: %1").arg(m_exFatSkipReason)));
-    Tally tally(QStringLiteral("Promotion, exFAT"));
-    killPromotionAtEveryOperation(m_exFat->mountPoint(), &tally);
-    m_tallies.append(tally);
-    QVERIFY2(tally.broken.isEmpty(), qPrintable(tally.broken.join(QLatin1Char('\n'))));
+    exercise(QStringLiteral("Promotion, exFAT"), m_exFat->mountPoint(),
+             &TestCrashSafety::killPromotionAtEveryOperation);
 }
 
 void TestCrashSafety::killDuringRecoveryOnExFatEndsWhole()
 {
     if (!mountExFat())
         QSKIP(qPrintable(QStringLiteral("no exFAT volume: %1").arg(m_exFatSkipReason)));
-    Tally tally(QStringLiteral("Recovery, exFAT"));
-    killRecoveryAtEveryOperation(m_exFat->mountPoint(), &tally);
-    m_tallies.append(tally);
-    QVERIFY2(tally.broken.isEmpty(), qPrintable(tally.broken.join(QLatin1Char('\n'))));
+    exercise(QStringLiteral("Recovery, exFAT"), m_exFat->mountPoint(),
+             &TestCrashSafety::killRecoveryAtEveryOperation);
 }
 
 QTEST_GUILESS_MAIN(TestCrashSafety)

@@ -4,10 +4,12 @@
 #include "app/configaboutdialog.h"
 #include "app/licenseactivationsdialog.h"
 #include "buildconfig.h"
+#include "transaction/updatejournal.h"
 
 #include <QAction>
 #include <QComboBox>
 #include <QCoreApplication>
+#include <QFileInfo>
 #include <QFormLayout>
 #include <QFrame>
 #include <QGuiApplication>
@@ -272,6 +274,14 @@ void ConfigWindow::refreshDevices()
     appendLog(m_devices.isEmpty()
                   ? QStringLiteral("Nenhuma unidade USB detectada.")
                   : QStringLiteral("%1 unidade(s) USB detectada(s).").arg(m_devices.size()));
+
+    // An interrupted update is recovered as soon as its drive shows up, once per root at a time;
+    // a root whose recovery failed is left alone for the rest of the session.
+    for (const Platform::UsbDevice &device : std::as_const(m_devices)) {
+        if (device.isUsable() && QFileInfo::exists(updateJournalPath(device.rootPath))
+            && !m_recoveringRoots.contains(device.rootPath) && !m_failedRecoveryRoots.contains(device.rootPath))
+            recoverPendingUpdateInBackground(device.rootPath);
+    }
 }
 
 bool ConfigWindow::selectedDevice(Platform::UsbDevice *device)

@@ -20,6 +20,8 @@ class QTextEdit;
 
 namespace Tavrinox {
 
+struct UpdateRecoveryResult;
+
 // What the window would otherwise find on its own. Tests hand in their own drives and folders.
 struct ConfigWindowSetup
 {
@@ -62,6 +64,8 @@ private:
     void appendLog(const QString &message);
     void setUpdateControlsEnabled(bool enabled);
     void startUpdateApply(const QString &root, const UpdateManifest &manifest);
+    void recoverPendingUpdateInBackground(const QString &root);
+    void pendingUpdateRecoveryFinished(const UpdateRecoveryResult &result);
 
     // Destroyed in reverse order: the sets first, the drive enumerator last.
     std::unique_ptr<Platform::DeviceManager> m_deviceManager;

@@ -100,16 +100,20 @@ static int takesMode(int flags)
 
 #define REAL(name) ((__typeof__(&name))dlsym(RTLD_NEXT, #name))
 
+/* The mode that open() and openat() read from their variable arguments only when they may create a file. */
+#define READ_OPTIONAL_MODE(flags, mode)                                                                    \
+    mode_t mode = 0;                                                                                       \
+    if (takesMode(flags)) {                                                                                \
+        va_list arguments;                                                                                 \
+        va_start(arguments, flags);                                                                        \
+        mode = va_arg(arguments, mode_t);                                                                  \
+        va_end(arguments);                                                                                 \
+    }
+
 #define OPEN_WRAPPER(name)                                                                                 \
     int name(const char *path, int flags, ...)                                                             \
     {                                                                                                      \
-        mode_t mode = 0;                                                                                   \
-        if (takesMode(flags)) {                                                                            \
-            va_list arguments;                                                                             \
-            va_start(arguments, flags);                                                                    \
-            mode = va_arg(arguments, mode_t);                                                              \
-            va_end(arguments);                                                                             \
-        }                                                                                                  \
+        READ_OPTIONAL_MODE(flags, mode)                                                                    \
         if (opensForWriting(flags))                                                                        \
             count(#name, AT_FDCWD, path, AT_FDCWD, NULL);                                                  \
         return REAL(name)(path, flags, mode);                                                              \
@@ -118,13 +122,7 @@ static int takesMode(int flags)
 #define OPENAT_WRAPPER(name)                                                                               \
     int name(int dirfd, const char *path, int flags, ...)                                                  \
     {                                                                                                      \
-        mode_t mode = 0;                                                                                   \
-        if (takesMode(flags)) {                                                                            \
-            va_list arguments;                                                                             \
-            va_start(arguments, flags);                                                                    \
-            mode = va_arg(arguments, mode_t);                                                              \
-            va_end(arguments);                                                                             \
-        }                                                                                                  \
+        READ_OPTIONAL_MODE(flags, mode)                                                                    \
         if (opensForWriting(flags))                                                                        \
             count(#name, dirfd, path, AT_FDCWD, NULL);                                                     \
         return REAL(name)(dirfd, path, flags, mode);                                                       \
