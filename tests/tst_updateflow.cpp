@@ -4,6 +4,7 @@
 #include "support/loopvolume.h"
 #include "support/modalanswerer.h"
 #include "support/zippackage.h"
+#include "transaction/updatejournal.h"
 #include "transaction/updatestate.h"
 
 #include <QAction>
@@ -14,6 +15,7 @@
 #include <QProcess>
 #include <QProgressDialog>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTextEdit>
 #include <QtTest>
@@ -129,6 +131,7 @@ private slots:
 
     void cleanup()
     {
+        QThreadPool::globalInstance()->waitForDone();
         m_server.reset();
         m_drive.reset();
     }
@@ -309,6 +312,83 @@ private slots:
         QCOMPARE(logLines(*window), logBefore);
         QVERIFY(updateControlsEnabled(*window));
         QVERIFY(m_server->requests().isEmpty());
+    }
+
+    void waitsWhileARecoveryRunsOnAnyDrive()
+    {
+        QTemporaryDir otherDrive;
+        QVERIFY(QDir(otherDrive.path()).mkpath("Tavrinox"));
+        QVERIFY(writeUpdateJournal(
+            otherDrive.path(),
+            QJsonObject{{"id", "20260301140509"}, {"phase", "staged"}, {"version", "9.9.9"}}));
+        std::unique_ptr<ConfigWindow> window =
+            windowFor({usbDrive(m_drive->path()), usbDrive(otherDrive.path())});
+        window->findChild<QComboBox *>()->setCurrentIndex(0);
+        ModalAnswerer answerer;
+        answerer.answer("OK");
+
+        // The recovery's result cannot arrive before the event loop runs again.
+        window->updateSelectedDevice();
+        QCOMPARE(answerer.boxes().size(), 1);
+        QCOMPARE(answerer.boxes().first().text,
+                 QStringLiteral("Aguarde a recuperação automática de atualização "
+                                "pendente terminar antes de iniciar outra atualização."));
+        QCOMPARE(answerer.boxes().first().icon, QMessageBox::Information);
+        QTRY_VERIFY_WITH_TIMEOUT(updateControlsEnabled(*window), kGenerousWaitMs);
+        QVERIFY(m_server->requests().isEmpty());
+    }
+
+    void refusesDriveWhoseRecoveryFailed()
+    {
+        QFile journal(updateJournalPath(m_drive->path()));
+        QVERIFY(journal.open(QIODevice::WriteOnly));
+        journal.write("{ not json");
+        journal.close();
+        std::unique_ptr<ConfigWindow> window = windowFor({usbDrive(m_drive->path())});
+        ModalAnswerer answerer;
+        answerer.answer({"OK", "OK"});
+        QTRY_COMPARE_WITH_TIMEOUT(answerer.boxes().size(), 1, kGenerousWaitMs);
+        const QStringList logBefore = logLines(*window);
+
+        window->updateSelectedDevice();
+        QCOMPARE(answerer.boxes().size(), 2);
+        QCOMPARE(
+            answerer.boxes().last().text,
+            QStringLiteral("Há uma atualização pendente que não pôde ser recuperada com segurança. Nenhuma "
+                           "nova atualização será iniciada para esta unidade."));
+        QCOMPARE(answerer.boxes().last().icon, QMessageBox::Warning);
+        QCOMPARE(logLines(*window), logBefore);
+        QVERIFY(m_server->requests().isEmpty());
+    }
+
+    void updateStoppedAfterPublishingIsCompletedAtNextRefresh()
+    {
+        m_server->addBody("/package.zip", m_package);
+        qputenv("TAVRINOX_TEST_FAIL_UPDATE_PHASE", "state-written");
+        const auto unsetPhase = qScopeGuard([] { qunsetenv("TAVRINOX_TEST_FAIL_UPDATE_PHASE"); });
+        std::unique_ptr<ConfigWindow> window = windowFor({usbDrive(m_drive->path())});
+        ModalAnswerer answerer;
+        answerer.answer({"Sim", "OK"});
+        window->updateSelectedDevice();
+        QTRY_COMPARE_WITH_TIMEOUT(answerer.boxes().size(), 2, kGenerousWaitMs);
+
+        const QString injected = QStringLiteral("Falha de teste injetada na fase: state-written");
+        QCOMPARE(answerer.boxes().last().text, injected);
+        QCOMPARE(logLines(*window).last(), "Falha ao aplicar atualização: " + injected);
+        // Stopped with the new version published: backups and journal stay for recovery, the work area
+        // is gone.
+        const QStringList leftBehind = updateLeftovers(m_drive->path());
+        QCOMPARE(leftBehind.size(), 3);
+        QVERIFY(leftBehind.contains("update-journal.json"));
+        QCOMPARE(readInstalledVersion(m_drive->path()), QStringLiteral("1.1.0"));
+
+        window->refreshDevices();
+        QTRY_VERIFY_WITH_TIMEOUT(logLines(*window).contains(QStringLiteral(
+                                     "Uma atualização interrompida foi concluída com segurança.")),
+                                 kGenerousWaitMs);
+        QCOMPARE(updateLeftovers(m_drive->path()), QStringList());
+        QVERIFY(driveHoldsBundles(m_drive->path(), "new"));
+        QCOMPARE(readInstalledVersion(m_drive->path()), QStringLiteral("1.1.0"));
     }
 
     void readOnlyDriveIsRefused()
