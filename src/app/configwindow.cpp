@@ -4,6 +4,8 @@
 #include "app/configaboutdialog.h"
 #include "app/licenseactivationsdialog.h"
 #include "buildconfig.h"
+#include "platform/linux/linuxdevicemanager.h"
+#include "platform/windows/windowsdevicemanager.h"
 #include "transaction/updatejournal.h"
 
 #include <QAction>
@@ -78,6 +80,11 @@ QLabel *newStatusBarLabel(const QString &text, QWidget *parent)
 ConfigWindowSetup ConfigWindowSetup::platformDefaults()
 {
     ConfigWindowSetup setup;
+#if defined(Q_OS_WIN)
+    setup.deviceManager = std::make_unique<Platform::Windows::WindowsDeviceManager>();
+#elif defined(Q_OS_LINUX)
+    setup.deviceManager = std::make_unique<Platform::Linux::LinuxDeviceManager>();
+#endif
     setup.bundleSearchDirectory = QCoreApplication::applicationDirPath();
     setup.bundleSourceTree = QString::fromUtf8(Build::kBundleSourceTree);
     return setup;
@@ -233,6 +240,9 @@ void ConfigWindow::connectSignals()
 
 void ConfigWindow::updateBundleSourceStatus()
 {
+    m_windowsSource = locateWindowsBundle(m_bundleSearchDirectory, m_bundleSourceTree);
+    m_linuxSource = locateLinuxBundle(m_bundleSearchDirectory, m_bundleSourceTree);
+
     const bool windowsFound = m_windowsSource.isAvailable();
     m_windowsSourceLabel->setText(windowsFound ? QStringLiteral("Disponível") : QStringLiteral("Ausente"));
     appendLog(windowsFound ? QStringLiteral("Fonte Windows para preparação encontrada.")

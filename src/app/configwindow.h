@@ -2,6 +2,7 @@
 
 #include "platform/devicemanager.h"
 #include "prepare/bundlesource.h"
+#include "prepare/drivepreparer.h"
 #include "update/updatemanifest.h"
 
 #include <QList>
@@ -72,6 +73,7 @@ private:
     QList<Platform::UsbDevice> m_devices;
     BundleSource m_windowsSource;
     BundleSource m_linuxSource;
+    DrivePreparer m_preparer;
     QSet<QString> m_recoveringRoots;
     QSet<QString> m_failedRecoveryRoots;
     qint32 m_pendingRecoveryCount = 0;

@@ -1,0 +1,137 @@
+#include "prepare/drivepreparer.h"
+
+#include "prepare/capacity.h"
+#include "prepare/drivetexts.h"
+#include "prepare/filecopy.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+namespace Tavrinox {
+
+namespace {
+
+constexpr int kStepCount = 7;
+
+constexpr QFile::Permissions kExecuteForAll =
+    QFile::ExeOwner | QFile::ExeUser | QFile::ExeGroup | QFile::ExeOther;
+
+void addExecutePermission(const QString &path)
+{
+    QFile::setPermissions(path, QFile::permissions(path) | kExecuteForAll);
+}
+
+bool allExist(const QDir &directory, std::initializer_list<const char *> names)
+{
+    for (const char *name : names) {
+        if (!QFileInfo::exists(directory.filePath(QLatin1String(name))))
+            return false;
+    }
+    return true;
+}
+
+bool anyExists(const QDir &directory, std::initializer_list<const char *> names)
+{
+    for (const char *name : names) {
+        if (QFileInfo::exists(directory.filePath(QLatin1String(name))))
+            return true;
+    }
+    return false;
+}
+
+// A folder with the Qt libraries, the platform plugin and the MSVC runtime already runs as it is.
+bool isCompleteWindowsBundle(const QDir &directory)
+{
+    return allExist(directory, {"Qt6Core.dll", "platforms/qwindows.dll", "vcruntime140.dll",
+                                "vcruntime140_1.dll", "msvcp140.dll"});
+}
+
+bool isLinuxBundle(const QDir &directory)
+{
+    return anyExists(directory, {"lib", "plugins", "qt.conf"});
+}
+
+} // namespace
+
+DrivePreparer::DrivePreparer()
+    : m_deployTool(WindowsDeployTool::fromQtInstallation())
+{}
+
+DrivePreparer::DrivePreparer(WindowsDeployTool deployTool)
+    : m_deployTool(std::move(deployTool))
+{}
+
+PreparationResult DrivePreparer::prepare(const QString &driveRoot, const PreparationSources &sources,
+                                         const PreparationProgress &progress) const
+{
+    PreparationResult result;
+    const auto report = [&progress](int step, const QString &message) {
+        if (progress)
+            progress(step, kStepCount, message);
+    };
+
+    report(0, QStringLiteral("Validando unidade USB..."));
+    if (!QFileInfo(driveRoot).isDir()) {
+        result.message = QStringLiteral("Unidade USB invalida.");
+        return result;
+    }
+    const QDir root(driveRoot);
+    const QString productFolder = root.filePath(QStringLiteral("Tavrinox"));
+    const QString windowsFolder = QDir(productFolder).filePath(QStringLiteral("windows"));
+    const QString linuxFolder = QDir(productFolder).filePath(QStringLiteral("linux"));
+
+    report(1, QStringLiteral("Criando estrutura de pastas..."));
+    if (!ensureDirectory(productFolder, result) || !ensureDirectory(windowsFolder, result) ||
+        !ensureDirectory(linuxFolder, result) || !checkCapacity(driveRoot, productFolder, sources, result))
+        return result;
+
+    report(2, QStringLiteral("Copiando bundle Windows..."));
+    if (!sources.windowsExecutable.isEmpty()) {
+        const QString source = sources.windowsBundleDirectory();
+        if (isCompleteWindowsBundle(QDir(source))) {
+            if (!copyDirectory(source, windowsFolder, result))
+                return result;
+        } else {
+            QString copiedExecutable;
+            if (!copyExecutable(sources.windowsExecutable, windowsFolder, &copiedExecutable, result) ||
+                !deployWindowsRuntime(copiedExecutable, source, result, m_deployTool) ||
+                !copyWindowsLibraries(windowsFolder, source, result))
+                return result;
+        }
+    }
+
+    report(3, QStringLiteral("Copiando bundle Linux..."));
+    if (!sources.linuxExecutable.isEmpty()) {
+        const QString source = sources.linuxBundleDirectory();
+        if (isLinuxBundle(QDir(source))) {
+            if (!copyDirectory(source, linuxFolder, result))
+                return result;
+        } else {
+            QString copiedExecutable;
+            if (!copyExecutable(sources.linuxExecutable, linuxFolder, &copiedExecutable, result))
+                return result;
+            addExecutePermission(copiedExecutable);
+        }
+    }
+
+    // Step 4 is never reported; the numbering is intended and kept.
+    report(5, QStringLiteral("Criando inicializador Windows..."));
+    if (!writeTextFile(root.filePath(QStringLiteral("Tavrinox-Windows.bat")), windowsLauncherText(), result))
+        return result;
+
+    report(6, QStringLiteral("Criando arquivos auxiliares..."));
+    const QString linuxLauncher = root.filePath(QStringLiteral("Tavrinox-Linux.sh"));
+    if (!writeTextFile(linuxLauncher, linuxLauncherText(), result))
+        return result;
+    addExecutePermission(linuxLauncher);
+    if (!writeTextFile(QDir(productFolder).filePath(QStringLiteral("README.txt")), readmeText(), result))
+        return result;
+
+    report(7, QStringLiteral("Preparacao concluida."));
+    result.success = true;
+    result.message = QStringLiteral("USB preparado com estrutura portatil Tavrinox.");
+    return result;
+}
+
+} // namespace Tavrinox

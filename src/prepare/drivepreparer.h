@@ -1,0 +1,31 @@
+#pragma once
+
+#include "prepare/preparationresult.h"
+#include "prepare/windowsdeployment.h"
+
+#include <QString>
+
+#include <functional>
+
+namespace Tavrinox {
+
+// Told before each step: its number, the number of steps and what it does.
+using PreparationProgress = std::function<void(int step, int total, const QString &message)>;
+
+// Turns a mounted drive into a portable Tavrinox drive: the Tavrinox folder with both bundles, the two
+// launchers at the root and the README. Nothing is formatted or deleted; a preparation that stops
+// half-way leaves what it wrote, and running it again continues over it.
+class DrivePreparer
+{
+public:
+    DrivePreparer();
+    explicit DrivePreparer(WindowsDeployTool deployTool);
+
+    PreparationResult prepare(const QString &driveRoot, const PreparationSources &sources,
+                              const PreparationProgress &progress = {}) const;
+
+private:
+    WindowsDeployTool m_deployTool;
+};
+
+} // namespace Tavrinox
