@@ -4,7 +4,6 @@
 #include "support/workerthread.h"
 #include "support/zippackage.h"
 #include "transaction/updatestate.h"
-#include "update/packagelayout.h"
 #include "update/updateapply.h"
 
 #include <QDir>
@@ -94,6 +93,11 @@ private slots:
         QTest::newRow("no libssl.so.3")
             << tavrinoxPackage("new", "Tavrinox/", {"linux/lib/libssl.so.3"}).bytes() << ""
             << "Pacote sem arquivo obrigatório: WORK/extracted/Tavrinox/linux/lib/libssl.so.3";
+        QTest::newRow("two entries missing")
+            << tavrinoxPackage("new", "Tavrinox/", {"linux/qt.conf", "windows/platforms/qwindows.dll"})
+                   .bytes()
+            << ""
+            << "Pacote sem arquivo obrigatório: WORK/extracted/Tavrinox/windows/platforms/qwindows.dll";
         QTest::newRow("zip-slip") << tavrinoxPackage("new").file("../../../outside.txt", "escaped").bytes()
                                   << ""
                                   << "Falha ao extrair ZIP: entrada que sai do diretório de destino: "
@@ -155,36 +159,6 @@ private slots:
         manifest.size = -1;
         const UpdateApplyResult result = applyOnWorker(m_drive->path(), manifest);
         QVERIFY2(result.ok, qPrintable(result.error));
-    }
-
-    void layoutNamesTheFirstMissingEntry_data()
-    {
-        QTest::addColumn<QByteArrayList>("omitted");
-        QTest::addColumn<QString>("missing");
-        QTest::newRow("Windows executable first")
-            << QByteArrayList{"windows/Tavrinox.exe", "linux/qt.conf"} << "Tavrinox/windows/Tavrinox.exe";
-        QTest::newRow("Qt platform plugin")
-            << QByteArrayList{"windows/platforms/qwindows.dll"} << "Tavrinox/windows/platforms/qwindows.dll";
-        QTest::newRow("Linux launcher") << QByteArrayList{"linux/Tavrinox-Linux.sh", "linux/lib/libssl.so.3"}
-                                        << "Tavrinox/linux/Tavrinox-Linux.sh";
-        QTest::newRow("TLS backend") << QByteArrayList{"linux/plugins/tls/libqopensslbackend.so"}
-                                     << "Tavrinox/linux/plugins/tls/libqopensslbackend.so";
-    }
-    void layoutNamesTheFirstMissingEntry()
-    {
-        QFETCH(QByteArrayList, omitted);
-        QFETCH(QString, missing);
-        QTemporaryDir extracted;
-        const QDir dir(extracted.path());
-        for (const QByteArray &file : tavrinoxBundleFiles()) {
-            if (omitted.contains(file))
-                continue;
-            QVERIFY(dir.mkpath(QFileInfo(dir.filePath("Tavrinox/" + file)).path()));
-            QVERIFY(QFile(dir.filePath("Tavrinox/" + file)).open(QIODevice::WriteOnly));
-        }
-        QString error;
-        QVERIFY(!validatePackageLayout(extracted.path(), &error));
-        QCOMPARE(error, "Pacote sem arquivo obrigatório: " + dir.filePath(missing));
     }
 
     void freeSpaceMustBeThreeTimesThePackage_data()

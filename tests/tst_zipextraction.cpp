@@ -3,7 +3,6 @@
 #include "update/zipextraction.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -18,16 +17,6 @@ QByteArray readFile(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-QStringList filesUnder(const QString &dir)
-{
-    QStringList found;
-    QDirIterator it(dir, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                    QDirIterator::Subdirectories);
-    while (it.hasNext())
-        found.append(it.next());
-    return found;
 }
 
 } // namespace
@@ -190,9 +179,8 @@ private slots:
         QString error;
         QVERIFY(!extractZip(zip, dest, &error));
         QCOMPARE(error, "Falha ao extrair ZIP: " + reason);
-        QCOMPARE(filesUnder(dest), QStringList());
-        QCOMPARE(filesUnder(temp.path()),
-                 QStringList({temp.filePath("work"), zip, temp.filePath("work/a"), dest}));
+        QCOMPARE(driveSnapshot(temp.path()).keys(),
+                 QStringList({"work", "work/a", "work/a/extracted", "work/package.zip"}));
     }
 
     void hardLinkEntryNeverLinksToAnything()
@@ -208,21 +196,6 @@ private slots:
         QCOMPARE(::stat(QFile::encodeName(dest + "/target.txt").constData(), &target), 0);
         QCOMPARE(target.st_nlink, nlink_t(1));
         QCOMPARE(readFile(dest + "/target.txt"), QByteArray("original"));
-    }
-
-    void notAZipIsRefused()
-    {
-        QTemporaryDir temp;
-        const QString zip = temp.filePath("package.zip");
-        QFile file(zip);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("<html>not found</html>");
-        file.close();
-        QString error;
-        QVERIFY(!extractZip(zip, temp.filePath("extracted"), &error));
-        QVERIFY2(error.startsWith(QStringLiteral("Falha ao extrair ZIP: ")) && error.size() > 22,
-                 qPrintable(error));
-        QCOMPARE(filesUnder(temp.filePath("extracted")), QStringList());
     }
 };
 
