@@ -100,6 +100,7 @@ ConfigWindow::ConfigWindow(ConfigWindowSetup setup, QWidget *parent)
     , m_deviceManager(std::move(setup.deviceManager))
     , m_bundleSearchDirectory(setup.bundleSearchDirectory)
     , m_bundleSourceTree(setup.bundleSourceTree)
+    , m_updateManifestUrl(setup.updateManifestUrl)
 {
     setWindowTitle(kBoxTitle);
     createActions();

@@ -3,11 +3,13 @@
 #include "platform/devicemanager.h"
 #include "prepare/bundlesource.h"
 #include "prepare/drivepreparer.h"
+#include "update/updatemanifest.h"
 
 #include <QList>
 #include <QMainWindow>
 #include <QSet>
 #include <QString>
+#include <QUrl>
 
 #include <memory>
 
@@ -27,6 +29,7 @@ struct ConfigWindowSetup
     std::unique_ptr<Platform::DeviceManager> deviceManager; // null: drive detection unavailable
     QString bundleSearchDirectory; // searched first for bundles: the program's own directory
     QString bundleSourceTree;      // searched next; empty: not searched
+    QUrl updateManifestUrl = Tavrinox::updateManifestUrl(); // the update server configured at build time
 
     static ConfigWindowSetup platformDefaults();
 };
@@ -61,6 +64,7 @@ private:
     bool askYesNo(const QString &title, const QString &text);
     void appendLog(const QString &message);
     void setUpdateControlsEnabled(bool enabled);
+    void startUpdateApply(const QString &root, const UpdateManifest &manifest);
     void recoverPendingUpdateInBackground(const QString &root);
     void pendingUpdateRecoveryFinished(const UpdateRecoveryResult &result);
 
@@ -76,6 +80,7 @@ private:
 
     const QString m_bundleSearchDirectory;
     const QString m_bundleSourceTree;
+    const QUrl m_updateManifestUrl;
 
     QAction *m_quitAction = nullptr;
     QAction *m_refreshAction = nullptr;

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "update/updatemanifest.h"
+
+#include <QString>
+
+namespace Tavrinox {
+
+// The background apply's answer, handed to the interface thread by value.
+struct UpdateApplyResult
+{
+    bool ok = false;
+    QString version; // the manifest's version, kept on every path
+    QString error;
+};
+
+// Downloads the manifest's package, checks its size, hash and the drive's free space, extracts it into
+// a fresh work area on the drive, checks its layout and promotes its bundles in a journaled transaction.
+// Every failure before the promotion leaves the installed bundles as they were; every failure after the
+// work area was made removes it. Blocks for up to 10 minutes of download and 3 of extraction: run it on
+// a worker thread.
+UpdateApplyResult applyUpdate(const QString &root, const UpdateManifest &manifest);
+
+} // namespace Tavrinox
