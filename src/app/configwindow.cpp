@@ -33,7 +33,8 @@ namespace {
 const QString kBoxTitle = QStringLiteral("Tavrinox - Gerenciador");
 
 const QString kContentPanelStyle = QStringLiteral(
-    "QFrame#contentPanel {  background-color: rgba(10, 16, 28, 0);  border: 1px solid rgba(255, 255, 255, 92);"
+    "QFrame#contentPanel {  background-color: rgba(10, 16, 28, 0);  border: 1px solid rgba(255, 255, 255, "
+    "92);"
     "  border-radius: 8px;}"
     "QFrame#contentPanel QLabel {  color: #ffffff;}"
     "QFrame#contentPanel QLabel#marketingLabel {  font-size: 12px;}"
@@ -92,8 +93,7 @@ ConfigWindowSetup ConfigWindowSetup::platformDefaults()
 
 ConfigWindow::ConfigWindow(QWidget *parent)
     : ConfigWindow(ConfigWindowSetup::platformDefaults(), parent)
-{
-}
+{}
 
 ConfigWindow::ConfigWindow(ConfigWindowSetup setup, QWidget *parent)
     : QMainWindow(parent)
@@ -147,15 +147,16 @@ void ConfigWindow::createCentralArea()
     auto *background = new BackgroundWidget(this);
     background->setFixedSize(backgroundSizeFor(primaryScreenAvailableSize()));
 
-    auto *marketingLabel = new QLabel(
-        QStringLiteral("Suas informações merecem proteção.\nO Tavrinox - Gerenciador prepara sua unidade USB "
-                       "para armazenar e acessar arquivos\ncom segurança, em um ambiente portátil e pronto para "
-                       "uso."));
+    auto *marketingLabel = new QLabel(QStringLiteral(
+        "Suas informações merecem proteção.\nO Tavrinox - Gerenciador prepara sua unidade USB "
+        "para armazenar e acessar arquivos\ncom segurança, em um ambiente portátil e pronto para "
+        "uso."));
     marketingLabel->setObjectName(QStringLiteral("marketingLabel"));
     marketingLabel->setMaximumWidth(560);
     marketingLabel->setWordWrap(true);
 
-    auto *subtitleLabel = new QLabel(QStringLiteral("Preparador de unidade USB para o ambiente portátil Tavrinox."));
+    auto *subtitleLabel =
+        new QLabel(QStringLiteral("Preparador de unidade USB para o ambiente portátil Tavrinox."));
     subtitleLabel->setObjectName(QStringLiteral("subtitleLabel"));
     subtitleLabel->setWordWrap(true);
 
@@ -267,10 +268,11 @@ void ConfigWindow::refreshDevices()
     int usableCount = 0;
     int lastUsableIndex = -1;
     for (const Platform::UsbDevice &device : std::as_const(m_devices)) {
-        const QString location = device.mounted ? device.rootPath
+        const QString location = device.mounted                ? device.rootPath
                                  : device.devicePath.isEmpty() ? QStringLiteral("não montado")
                                                                : device.devicePath;
-        QString text = QStringLiteral("%1 (%2)").arg(device.label.isEmpty() ? location : device.label, location);
+        QString text =
+            QStringLiteral("%1 (%2)").arg(device.label.isEmpty() ? location : device.label, location);
         if (!device.mounted)
             text += QStringLiteral(" | não montado");
         m_deviceCombo->addItem(text);
@@ -281,15 +283,14 @@ void ConfigWindow::refreshDevices()
     }
     m_deviceCombo->setCurrentIndex(usableCount == 1 ? lastUsableIndex : -1);
 
-    appendLog(m_devices.isEmpty()
-                  ? QStringLiteral("Nenhuma unidade USB detectada.")
-                  : QStringLiteral("%1 unidade(s) USB detectada(s).").arg(m_devices.size()));
+    appendLog(m_devices.isEmpty() ? QStringLiteral("Nenhuma unidade USB detectada.")
+                                  : QStringLiteral("%1 unidade(s) USB detectada(s).").arg(m_devices.size()));
 
     // An interrupted update is recovered as soon as its drive shows up, once per root at a time;
     // a root whose recovery failed is left alone for the rest of the session.
     for (const Platform::UsbDevice &device : std::as_const(m_devices)) {
-        if (device.isUsable() && QFileInfo::exists(updateJournalPath(device.rootPath))
-            && !m_recoveringRoots.contains(device.rootPath) && !m_failedRecoveryRoots.contains(device.rootPath))
+        if (device.isUsable() && QFileInfo::exists(updateJournalPath(device.rootPath)) &&
+            !m_recoveringRoots.contains(device.rootPath) && !m_failedRecoveryRoots.contains(device.rootPath))
             recoverPendingUpdateInBackground(device.rootPath);
     }
 }
