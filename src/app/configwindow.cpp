@@ -30,8 +30,6 @@ namespace Tavrinox {
 
 namespace {
 
-const QString kBoxTitle = QStringLiteral("Tavrinox - Gerenciador");
-
 const QString kContentPanelStyle = QStringLiteral(
     "QFrame#contentPanel {  background-color: rgba(10, 16, 28, 0);  border: 1px solid rgba(255, 255, 255, "
     "92);"

@@ -23,6 +23,9 @@ namespace Tavrinox {
 
 struct UpdateRecoveryResult;
 
+// The window's title, and the title of every message box it shows.
+inline const QString kBoxTitle = QStringLiteral("Tavrinox - Gerenciador");
+
 // What the window would otherwise find on its own. Tests hand in their own drives and folders.
 struct ConfigWindowSetup
 {

@@ -9,12 +9,6 @@
 
 namespace Tavrinox {
 
-namespace {
-
-const QString kBoxTitle = QStringLiteral("Tavrinox - Gerenciador");
-
-} // namespace
-
 void ConfigWindow::prepareSelectedDevice()
 {
     if (!m_windowsSource.isAvailable() && !m_linuxSource.isAvailable()) {

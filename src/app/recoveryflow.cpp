@@ -40,7 +40,7 @@ void ConfigWindow::pendingUpdateRecoveryFinished(const UpdateRecoveryResult &res
         appendLog(
             QStringLiteral("Atualização pendente não recuperada em %1: %2").arg(result.root, result.error));
         QMessageBox::warning(
-            this, QStringLiteral("Tavrinox - Gerenciador"),
+            this, kBoxTitle,
             QStringLiteral("A recuperação automática de uma atualização pendente falhou em %1. "
                            "A unidade foi preservada e nenhuma nova atualização será iniciada."
                            "\n\n%2")

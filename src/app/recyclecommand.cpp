@@ -6,12 +6,6 @@
 
 namespace Tavrinox {
 
-namespace {
-
-const QString kBoxTitle = QStringLiteral("Tavrinox - Gerenciador");
-
-} // namespace
-
 void ConfigWindow::recycleWorkspace()
 {
     QString error;

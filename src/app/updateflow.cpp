@@ -18,8 +18,6 @@ namespace Tavrinox {
 
 namespace {
 
-const QString kBoxTitle = QStringLiteral("Tavrinox - Gerenciador");
-
 // An indeterminate bar the user cannot cancel; being application-modal, it also keeps every other
 // command out of reach while the task runs.
 QProgressDialog *showBusyDialog(QWidget *window, const QString &label)
