@@ -3,9 +3,7 @@
 // The apply runs in a child process, so its peak memory is the manager's alone.
 // Usage: bench_apply [work folder]   (default: the system's temporary folder)
 
-#include "support/httpsserver.h"
-#include "support/zippackage.h"
-#include "update/updateapply.h"
+#include "support/support.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -30,7 +28,8 @@ constexpr int kRounds = 3;
 const QString kApplyMode = QStringLiteral("--apply");
 
 // Libraries compress to a little over half: bytes drawn from sixteen values do the same under deflate.
-ZipBuilder benchmarkPackage()
+// The package is zipped from a real folder laid out below work.
+QByteArray benchmarkPackage(const QString &work)
 {
     QRandomGenerator random(20240611);
     QByteArray pattern(kMiB, Qt::Uninitialized);
@@ -44,16 +43,20 @@ ZipBuilder benchmarkPackage()
         return bytes;
     };
 
-    ZipBuilder package = tavrinoxPackage("new");
+    const QString folder = work + QStringLiteral("/package");
+    bool written =
+        Fixture::makeFiles(folder + QStringLiteral("/Tavrinox"), Fixture::packageFiles("new"), "new");
     for (const char *bundle : {"windows", "linux/lib"}) {
+        const QString bundleFolder = folder + QStringLiteral("/Tavrinox/") + QLatin1String(bundle);
         for (int i = 0; i < 4; ++i)
-            package.file(QByteArray("Tavrinox/") + bundle + "/libpart" + QByteArray::number(i),
-                         content(20 * kMiB));
+            written = written &&
+                      Fixture::write(bundleFolder + QStringLiteral("/libpart%1").arg(i), content(20 * kMiB));
         for (int i = 0; i < 150; ++i)
-            package.file(QByteArray("Tavrinox/") + bundle + "/plugins/plugin" + QByteArray::number(i),
-                         content(kKiB + random.bounded(100 * kKiB)));
+            written = written && Fixture::write(bundleFolder + QStringLiteral("/plugins/plugin%1").arg(i),
+                                                content(kKiB + random.bounded(100 * kKiB)));
     }
-    return package;
+    const QString zip = work + QStringLiteral("/package.zip");
+    return written && Fixture::zip(folder, zip) ? Fixture::read(zip) : QByteArray();
 }
 
 // The child: applies the package and prints its time and peak resident size.
@@ -153,16 +156,15 @@ int main(int argc, char **argv)
 
     QTemporaryDir work(arguments.isEmpty() ? QDir::tempPath() + QStringLiteral("/bench_apply-XXXXXX")
                                            : arguments.first() + QStringLiteral("/bench_apply-XXXXXX"));
-    QString why;
     HttpsServer server;
-    if (!work.isValid() || !HttpsServer::trustTestCertificateAuthority(&why) || !server.start(&why)) {
-        std::fprintf(stderr, "cannot set up: %s\n", qPrintable(why));
+    std::printf("building the package...\n");
+    const QByteArray package = work.isValid() ? benchmarkPackage(work.path()) : QByteArray();
+    if (package.isEmpty() || !HttpsServer::trustTestCertificateAuthority() || !server.start()) {
+        std::fprintf(stderr, "cannot set up the package and its server\n");
         return 1;
     }
-    std::printf("building the package...\n");
-    const QByteArray package = benchmarkPackage().bytes();
-    const QString sha256 = sha256Hex(package);
-    server.addBody(QStringLiteral("/package.zip"), package);
+    const QString sha256 = Fixture::sha256(package);
+    server.route(QStringLiteral("/package.zip"), 200, package);
     const QUrl url = server.url(QStringLiteral("/package.zip"));
     std::printf("package: %.1f MiB\n", double(package.size()) / kMiB);
 
@@ -172,8 +174,8 @@ int main(int argc, char **argv)
     for (int round = 0; round < kRounds; ++round) {
         const QString managerDrive = work.filePath(QStringLiteral("manager%1").arg(round));
         const QString handDrive = work.filePath(QStringLiteral("hand%1").arg(round));
-        if (!layOutPreparedDrive(managerDrive, QStringLiteral("1.0.0"), "old") ||
-            !layOutPreparedDrive(handDrive, QStringLiteral("1.0.0"), "old")) {
+        if (!Fixture::makeDrive(managerDrive, QStringLiteral("1.0.0")) ||
+            !Fixture::makeDrive(handDrive, QStringLiteral("1.0.0"))) {
             std::fprintf(stderr, "cannot lay out the drives\n");
             return 1;
         }

@@ -1,0 +1,338 @@
+#include "support/support.h"
+
+#include "transaction/updatestate.h"
+
+#include <QApplication>
+#include <QCryptographicHash>
+#include <QMessageBox>
+#include <QProgressDialog>
+#include <QSslKey>
+#include <QSslServer>
+
+#ifdef Q_OS_UNIX
+#include <unistd.h>
+#endif
+
+namespace Fixture {
+
+bool write(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    return QDir().mkpath(QFileInfo(path).absolutePath()) &&
+           (path.endsWith('/') || (file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size()));
+}
+
+QByteArray read(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+Tree tree(const QString &root, bool hidden)
+{
+    Tree entries;
+    QDirIterator it(root,
+                    QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot |
+                        (hidden ? QDir::Hidden : QDir::Filter(0)),
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QFileInfo entry(it.next());
+        entries[QDir(root).relativeFilePath(entry.filePath())] =
+            entry.isSymLink() ? "->" + QFile::encodeName(entry.symLinkTarget())
+            : entry.isDir()   ? "/"
+                              : read(entry.filePath());
+    }
+    return entries;
+}
+
+bool run(const QString &program, const QStringList &arguments, QString *error, QString *output)
+{
+    QProcess process;
+    process.start(program, arguments);
+    const bool ok = process.waitForFinished(120000) && process.exitStatus() == QProcess::NormalExit &&
+                    !process.exitCode();
+    if (output)
+        *output = QString::fromLocal8Bit(process.readAllStandardOutput()).trimmed();
+    if (!ok && error)
+        *error = program + ' ' + arguments.join(' ') + ": " + process.errorString() +
+                 process.readAllStandardError();
+    return ok;
+}
+
+bool zip(const QString &folder, const QString &zipPath, const QStringList &options)
+{
+    return write(QFileInfo(zipPath).path() + '/') &&
+           run("bsdtar", QStringList{"--format", "zip", "-cf", zipPath, "-C", folder} + options +
+                             QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot));
+}
+
+QString sha256(const QByteArray &bytes)
+{
+    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex();
+}
+
+QByteArray asWritten(QByteArray text)
+{
+#ifdef Q_OS_WIN
+    text.replace("\n", "\r\n");
+#endif
+    return text;
+}
+
+QByteArray golden(const QString &name)
+{
+    return asWritten(read(TAVRINOX_TEST_DATA_DIR "/golden/" + name));
+}
+
+QByteArray json(const QString &text)
+{
+    return text.toUtf8().replace('\'', '"');
+}
+
+QStringList packageFiles(const QByteArray &marker)
+{
+    return QString("windows/Tavrinox.exe windows/platforms/qwindows.dll linux/Tavrinox "
+                   "linux/Tavrinox-Linux.sh linux/qt.conf "
+                   "linux/lib/libssl.so.3 linux/plugins/tls/libqopensslbackend.so ")
+        .append(marker == "old" ? "linux/lib/liblegacy.so" : "windows/tls/qopenssl.dll")
+        .split(' ');
+}
+
+bool makeFiles(const QString &folder, const QStringList &files, const QByteArray &marker)
+{
+    return std::all_of(files.begin(), files.end(), [&](const QString &file) {
+        return write(folder + '/' + file, marker + ' ' + file.toUtf8());
+    });
+}
+
+bool makeDrive(const QString &root, const QString &version, const QByteArray &marker)
+{
+    return makeFiles(root + "/Tavrinox", packageFiles(marker), marker) &&
+           write(root + "/Tavrinox-Windows.bat", "@echo off") &&
+           write(root + "/Tavrinox-Linux.sh", "#!/bin/sh") &&
+           write(root + "/Tavrinox/README.txt", "Tavrinox") && Tavrinox::writeUpdateState(root, version, {});
+}
+
+bool makeUpdateDrive(const QString &root)
+{
+    return makeDrive(root, "1.0.0") && makeFiles(packageRoot(root) + "/Tavrinox", packageFiles("new"), "new");
+}
+
+QString packageRoot(const QString &root)
+{
+    return root + "/Tavrinox/.update-20260301140509123/extracted";
+}
+
+QString liveBundles(const QString &root)
+{
+    QStringList kinds;
+    for (const QString bundle : {"windows", "linux"}) {
+        Tree files = tree(root + "/Tavrinox/" + bundle);
+        files.removeIf([](Tree::iterator entry) { return *entry == "/"; });
+        QString kind = files.isEmpty() ? "missing" : "mixed";
+        for (const QByteArray marker : {"old", "new"}) {
+            Tree expected;
+            for (const QString &file : packageFiles(marker).filter(QRegularExpression('^' + bundle + '/')))
+                expected[file.mid(bundle.size() + 1)] = marker + ' ' + file.toUtf8();
+            kind = files == expected ? marker : kind;
+        }
+        kinds += kind;
+    }
+    return kinds.join(' ');
+}
+
+UsbDevice drive(const QString &root, const QString &label, bool mounted)
+{
+    return {root + "-1a2b", root, label, mounted ? root : "", "exfat", true, mounted};
+}
+
+std::unique_ptr<Tavrinox::ConfigWindow> window(const QList<UsbDevice> &drives, const QString &programDir,
+                                               const QUrl &manifest, Bus **bus, bool detection)
+{
+    Tavrinox::ConfigWindowSetup setup{std::make_unique<Bus>(), programDir, {}, manifest};
+    static_cast<Bus *>(setup.deviceManager.get())->drives = drives;
+    if (bus)
+        *bus = static_cast<Bus *>(setup.deviceManager.get());
+    if (!detection)
+        setup.deviceManager.reset();
+    return std::make_unique<Tavrinox::ConfigWindow>(std::move(setup));
+}
+
+QStringList log(const QWidget &window)
+{
+    return window.findChild<QTextEdit *>()->toPlainText().split('\n');
+}
+
+void click(const QWidget &window, const QString &button)
+{
+    control<QPushButton>(window, button)->click();
+}
+
+bool updateEnabled(const QWidget &window)
+{
+    const bool enabled = control<QAction>(window, "Verificar atualizações")->isEnabled();
+    if (enabled != control<QPushButton>(window, "Verificar atualizações")->isEnabled())
+        qFatal("the update action and button disagree");
+    return enabled;
+}
+
+Boxes::Boxes(const QStringList &answers)
+    : m_answers(answers)
+{
+    m_timer.callOnTimeout([this] {
+        QWidget *modal = QApplication::activeModalWidget();
+        auto *box = qobject_cast<QMessageBox *>(modal);
+        // A box answered a moment ago may still be closing.
+        if (!modal || qobject_cast<QProgressDialog *>(modal) || modal->property("answered").toBool())
+            return;
+        modal->setProperty("answered", true);
+        if (!box)
+            return;
+        QStringList buttons;
+        for (QAbstractButton *button : box->buttons())
+            buttons += button->text().remove('&') + (button == box->defaultButton() ? "*" : "");
+        shown += QString("?IWC").at(box->icon() % 4) + QString(":") +
+                 (box->windowTitle() == Tavrinox::kBoxTitle ? "" : box->windowTitle() + ':') + box->text() +
+                 (buttons.join("").remove('*') == "OK" ? "" : " [" + buttons.join('/') + ']');
+        const QString wanted = m_answers.isEmpty() ? "OK" : m_answers.takeFirst();
+        for (QAbstractButton *button : box->buttons()) {
+            if (button->text().remove('&') == wanted)
+                return button->click();
+        }
+        box->reject();
+    });
+    m_timer.start(10);
+}
+
+Volume::~Volume()
+{
+    if (!path.isEmpty())
+        run("umount", {path});
+    if (!m_loop.isEmpty())
+        run("losetup", {"-d", m_loop});
+}
+
+bool Volume::mount(const QString &type, int megabytes, QString *whyNot, const QString &at)
+{
+#ifdef Q_OS_LINUX
+    const QString image = m_dir.filePath("image"), target = at.isEmpty() ? m_dir.filePath("mnt") : at;
+    QFile file(image);
+    const bool ext4 = type == "ext4";
+    *whyNot = geteuid() ? "it needs root" : "";
+    if (!whyNot->isEmpty() || !write(target + '/'))
+        return false;
+    if (type == "tmpfs"
+            ? run("mount", {"-t", "tmpfs", "-o", QString("size=%1m").arg(megabytes), "tmpfs", target}, whyNot)
+            : file.open(QIODevice::WriteOnly) && file.resize(qint64(megabytes) << 20) &&
+                  run(ext4 ? "mkfs.ext4" : "mkfs.exfat",
+                      ext4 ? QStringList{"-qFm", "0", image} : QStringList{image}, whyNot) &&
+                  run("losetup", {"-f", "--show", image}, whyNot, &m_loop) &&
+                  run(ext4 ? "mount" : "mount.exfat-fuse", {m_loop, target}, whyNot))
+        path = target;
+    return !path.isEmpty();
+#else
+    *whyNot = "volumes are made on Linux only";
+    return false;
+#endif
+}
+
+StandIns::StandIns(const QString &directory, const QByteArray &mode)
+{
+    qputenv("PATH", QFile::encodeName(directory) + ':' + m_path);
+    qputenv("STANDIN_MODE", mode);
+    qputenv("STANDIN_RECORD", QFile::encodeName(m_dir.filePath("arguments")));
+}
+
+} // namespace Fixture
+
+bool HttpsServer::trustTestCertificateAuthority()
+{
+    QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
+    configuration.addCaCertificates(QSslCertificate::fromPath(TAVRINOX_TEST_DATA_DIR "/tls/ca.pem"));
+    QSslConfiguration::setDefaultConfiguration(configuration);
+    return !configuration.caCertificates().isEmpty();
+}
+
+bool HttpsServer::start()
+{
+    QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+    tls.setLocalCertificate(QSslCertificate(Fixture::read(TAVRINOX_TEST_DATA_DIR "/tls/server.pem")));
+    tls.setPrivateKey(QSslKey(Fixture::read(TAVRINOX_TEST_DATA_DIR "/tls/server.key"), QSsl::Ec));
+    m_core = new QObject;
+    m_core->moveToThread(&m_thread);
+    m_thread.start();
+    const auto listen = [&] {
+        auto *secure = new QSslServer(m_core);
+        secure->setSslConfiguration(tls);
+        QTcpServer *servers[2] = {secure, new QTcpServer(m_core)};
+        for (int i = 0; i < 2; ++i) {
+            QObject::connect(servers[i], &QTcpServer::pendingConnectionAvailable, servers[i],
+                             [=] { serve(servers[i]->nextPendingConnection(), i == 0); });
+            servers[i]->listen(QHostAddress::LocalHost);
+            m_ports[i] = servers[i]->serverPort();
+        }
+    };
+    QMetaObject::invokeMethod(m_core, listen, Qt::BlockingQueuedConnection);
+    return m_ports[0] && m_ports[1];
+}
+
+// Reads one request head, answers it as its route says, then closes.
+void HttpsServer::serve(QTcpSocket *socket, bool tls)
+{
+    QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+    const auto answer = [=] {
+        const QByteArray head = socket->peek(1 << 16);
+        if (!head.contains("\r\n\r\n") || socket->property("answered").toBool())
+            return;
+        socket->setProperty("answered", true);
+        QHash<QByteArray, QByteArray> headers;
+        for (const QByteArray &line : head.left(head.indexOf("\r\n\r\n")).split('\n'))
+            headers[line.left(line.indexOf(':')).toLower()] = line.mid(line.indexOf(':') + 1).trimmed();
+        const QList<QByteArray> request = head.left(head.indexOf('\r')).split(' ');
+        const QString path = QUrl::fromEncoded(request.value(1)).path();
+        QMutexLocker lock(&m_mutex);
+        m_requests +=
+            QString("%1 %2 %3 | %4 | %5")
+                .arg(tls ? "https" : "http", request[0], path, headers["user-agent"], headers["accept"]);
+        const Route route = m_routes.value(path);
+        QTimer::singleShot(route.delayMs, socket, [socket, route] {
+            const qint64 length = qMax(route.declaredLength, qint64(route.body.size()));
+            socket->write("HTTP/1.1 " + QByteArray::number(route.status) +
+                          (route.status == 404 ? " Not Found" : " OK") +
+                          "\r\nContent-Length: " + QByteArray::number(length) +
+                          "\r\nLocation: " + route.location + "\r\nConnection: close\r\n\r\n" + route.body);
+            socket->disconnectFromHost();
+        });
+    };
+    QObject::connect(socket, &QIODevice::readyRead, socket, answer);
+    answer();
+}
+
+void HttpsServer::stop()
+{
+    // Sockets go on the thread that drives them; the bare core can go after the thread ends.
+    if (m_core)
+        QMetaObject::invokeMethod(
+            m_core, [this] { qDeleteAll(m_core->children()); }, Qt::BlockingQueuedConnection);
+    m_thread.quit();
+    m_thread.wait();
+    delete std::exchange(m_core, nullptr);
+}
+
+QUrl HttpsServer::url(const QString &path, bool tls) const
+{
+    return QString("%1://127.0.0.1:%2%3").arg(tls ? "https" : "http").arg(m_ports[tls ? 0 : 1]).arg(path);
+}
+
+void HttpsServer::route(const QString &path, int status, const QByteArray &body, const QByteArray &location,
+                        int delayMs, qint64 declaredLength)
+{
+    QMutexLocker lock(&m_mutex);
+    m_routes[path] = {status, body, location, delayMs, declaredLength};
+}
+
+QStringList HttpsServer::requests() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_requests;
+}

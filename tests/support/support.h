@@ -1,0 +1,197 @@
+#pragma once
+
+// What the test programs share: the registration of test classes with the shared main, files and
+// folders, bundles and drives, the window with drives attached by the test, answers to modal boxes,
+// small real volumes, stand-ins for Windows programs and a real HTTPS server. It also brings in the
+// product's headers and the Qt classes the tests use.
+
+#include "app/backgroundwidget.h"
+#include "app/configwindow.h"
+#include "platform/windows/usbvolumes.h"
+#include "prepare/bundlesource.h"
+#include "prepare/capacity.h"
+#include "prepare/drivepreparer.h"
+#include "prepare/filecopy.h"
+#include "transaction/bundlepromotion.h"
+#include "transaction/updatejournal.h"
+#include "transaction/updaterecovery.h"
+#include "transaction/updatestate.h"
+#include "transaction/workspacerecycling.h"
+#include "update/httpget.h"
+#include "update/runningcheck.h"
+#include "update/updateapply.h"
+#include "update/zipextraction.h"
+#ifdef Q_OS_LINUX
+#include "platform/linux/linuxdevicemanager.h"
+#endif
+
+#include <QAction>
+#include <QComboBox>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLabel>
+#include <QMutex>
+#include <QProcess>
+#include <QProgressDialog>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTextEdit>
+#include <QThread>
+#include <QtConcurrent>
+#include <QtTest>
+
+// The program's test classes, run in turn by the shared main (support/main.cpp); a file written for
+// QTEST_MAIN(Class) needs only that line replaced by TAVRINOX_TEST(Class). A child mode makes
+// "program mode arguments..." run its function under a QCoreApplication instead of the tests.
+inline QList<QPair<QString, QObject *(*)()>> testClasses;
+inline QMap<QString, int (*)(const QStringList &)> childModes;
+#define TAVRINOX_TEST(Class)                                                                                 \
+    static const bool Class##Added =                                                                         \
+        (testClasses.append({#Class, []() -> QObject * { return new Class; }}), true);
+#define TAVRINOX_CHILD_MODE(name, function)                                                                  \
+    static const bool function##Added = (childModes.insert(name, function), true);
+
+namespace Fixture {
+
+using Tree = QMap<QString, QByteArray>;
+using Tavrinox::Platform::UsbDevice;
+
+// Adds a row to the current data table: row("name", column, column...).
+template<typename... Columns> void row(const char *name, const Columns &...columns)
+{
+    (QTest::newRow(name) << ... << columns);
+}
+
+// Writes a file, making its folders; a path ending in "/" makes a folder.
+bool write(const QString &path, const QByteArray &bytes = {});
+QByteArray read(const QString &path);
+// Every entry below root, links not followed: a file maps to its bytes, a folder to "/", a link to
+// "->" and its target. Without hidden, hidden entries are left out, as a bundle copy leaves them.
+Tree tree(const QString &root, bool hidden = true);
+// Runs a program to its end; false unless it exits with 0, with what it said in *error.
+bool run(const QString &program, const QStringList &arguments, QString *error = nullptr,
+         QString *output = nullptr);
+// Zips a real folder's entries (links stay links) with bsdtar, whose options may rename entries.
+bool zip(const QString &folder, const QString &zipPath, const QStringList &options = {});
+QString sha256(const QByteArray &bytes);
+QByteArray asWritten(QByteArray text);  // as a text-mode file holds it: CR LF for each LF on Windows
+QByteArray golden(const QString &name); // tests/data/golden/name as this system writes it
+QByteArray json(const QString &text);   // JSON written with single quotes for double ones
+
+// The files of an update package below "Tavrinox/" (as a drive carries them). Each holds the marker and
+// its own name, so a file under another name or from another copy shows; old and new packages differ
+// in one file each, so a mixture shows in the list of files too.
+QStringList packageFiles(const QByteArray &marker);
+bool makeFiles(const QString &folder, const QStringList &files, const QByteArray &marker = "old");
+// A drive as a preparation leaves it, its bundles holding marker; and a drive at 1.0.0 in the middle of
+// an update to 1.1.0, with the new package extracted in a work area at packageRoot(root).
+bool makeDrive(const QString &root, const QString &version, const QByteArray &marker = "old");
+bool makeUpdateDrive(const QString &root);
+QString packageRoot(const QString &root);
+// "old", "new", "missing" or "mixed" for each of the live bundles, Windows first.
+QString liveBundles(const QString &root);
+
+// Stands in for the USB bus: the test decides which drives are attached.
+struct Bus : Tavrinox::Platform::DeviceManager
+{
+    QList<UsbDevice> listUsbDevices() const override { return drives; }
+    QList<UsbDevice> drives;
+};
+// A drive mounted at root (given with its trailing slash), or an unmounted one at a device path.
+UsbDevice drive(const QString &root, const QString &label = "PENDRIVE", bool mounted = true);
+// A window taking bundles from programDir only, seeing the drives on a bus (or, without detection, none).
+std::unique_ptr<Tavrinox::ConfigWindow> window(const QList<UsbDevice> &drives, const QString &programDir = {},
+                                               const QUrl &manifest = {}, Bus **bus = nullptr,
+                                               bool detection = true);
+QStringList log(const QWidget &window);
+template<typename Control> Control *control(const QWidget &parent, const QString &text)
+{
+    for (Control *found : parent.findChildren<Control *>()) {
+        if (found->text() == text)
+            return found;
+    }
+    return nullptr;
+}
+void click(const QWidget &window, const QString &button);
+bool updateEnabled(const QWidget &window); // the update action and button, which must agree
+
+// Answers every modal message box with the next queued button ("OK" once none is left) and records it
+// as "<icon>:<text>", icon I, W, C or ?; a title other than the window's goes before the text, and
+// buttons other than a single OK after it: "?:Title:text [Sim/Não*]" (* the default).
+class Boxes : public QObject
+{
+public:
+    explicit Boxes(const QStringList &answers = {});
+    QStringList shown;
+
+private:
+    QStringList m_answers;
+    QTimer m_timer;
+};
+
+// A small real volume, "exfat" (through FUSE, like a USB stick on Linux), "ext4" or "tmpfs", unmounted
+// on destruction. Needs root: mount() says why it cannot, for the test to skip saying so.
+class Volume
+{
+public:
+    ~Volume();
+    bool mount(const QString &type, int megabytes, QString *whyNot, const QString &at = {});
+    QString path;
+
+private:
+    QTemporaryDir m_dir;
+    QString m_loop;
+};
+
+// While this lives, directory comes first on the search path; the stand-ins for powershell and tasklist
+// there (tests/standins) behave as mode says, and record the arguments they were given in arguments().
+class StandIns
+{
+public:
+    StandIns(const QString &directory, const QByteArray &mode);
+    ~StandIns() { qputenv("PATH", m_path); }
+    QStringList arguments() const
+    {
+        return QString(read(m_dir.filePath("arguments"))).split('\n', Qt::SkipEmptyParts);
+    }
+
+private:
+    QTemporaryDir m_dir;
+    QByteArray m_path = qgetenv("PATH");
+};
+
+} // namespace Fixture
+
+// A real HTTPS server on 127.0.0.1, with the same routes over plain HTTP on a second port, running on its
+// own thread so that the test may block its own while the code under test talks to it. Unknown paths
+// answer 404; every answer closes its connection. trustTestCertificateAuthority() adds the test CA to
+// the default TLS configuration, which every later request copies. A route's declared length larger
+// than its body announces that length, sends the body and closes.
+class HttpsServer
+{
+public:
+    ~HttpsServer() { stop(); }
+    static bool trustTestCertificateAuthority();
+    bool start();
+    void stop(); // listeners, connections and pending answers are gone when it returns
+    QUrl url(const QString &path, bool tls = true) const;
+    void route(const QString &path, int status, const QByteArray &body = {}, const QByteArray &location = {},
+               int delayMs = 0, qint64 declaredLength = -1);
+    QStringList requests() const; // each so far: "https GET /path | User-Agent | Accept"
+
+private:
+    struct Route
+    {
+        int status = 404;
+        QByteArray body{}, location{};
+        int delayMs = 0;
+        qint64 declaredLength = -1;
+    };
+    void serve(class QTcpSocket *socket, bool tls);
+    mutable QMutex m_mutex;
+    QHash<QString, Route> m_routes;
+    QStringList m_requests;
+    QThread m_thread;
+    QObject *m_core = nullptr;
+    quint16 m_ports[2] = {};
+};

@@ -1,0 +1,157 @@
+// The window and the drives it lists: enumeration on Linux (from recorded machines) and on Windows (from
+// the answers of the volume calls), and the drive list with its selection rule.
+#include "support/support.h"
+
+using namespace Fixture;
+using namespace Tavrinox::Platform::Windows;
+
+namespace {
+
+QString texts(const QList<UsbDevice> &devices)
+{
+    QString lines;
+    for (const UsbDevice &d : devices)
+        lines += QString("%1|%2|%3|%4|%5|%6|%7\n")
+                     .arg(d.id, d.devicePath, d.label, d.rootPath, d.fileSystem,
+                          d.removable ? "removable" : "fixed", d.mounted ? "mounted" : "unmounted");
+    return lines;
+}
+
+// Answers the volume calls from a table, "letter type bus label file-system serial" (bus "-": the
+// device does not answer; no label and on: no volume can be read there). Paths in any other shape than
+// the system's own answer nothing.
+struct ScriptedProbe : VolumeProbe
+{
+    QStringList drives;
+    QStringList at(const QString &path, const char *shape) const
+    {
+        return path.mid(1) == shape
+                   ? drives.filter(QRegularExpression('^' + path.left(1) + ' ')).value(0).split(' ')
+                   : QStringList();
+    }
+    quint32 logicalDrives() const override
+    {
+        return std::accumulate(drives.begin(), drives.end(), 0u,
+                               [](quint32 m, const QString &d) { return m | 1u << (d[0].unicode() - 'A'); });
+    }
+    unsigned driveType(const QString &root) const override { return at(root, ":\\").value(1).toUInt(); }
+    bool queryBusType(const QString &device, unsigned *bus) const override
+    {
+        *bus = at(device.mid(4), ":").value(2).toUInt();
+        return device.startsWith("\\\\.\\") && at(device.mid(4), ":").value(2, "-") != "-";
+    }
+    bool queryVolumeInformation(const QString &root, VolumeInformation *volume) const override
+    {
+        const QStringList f = at(root, ":\\");
+        *volume = {QString(f.value(3)).remove('_'), f.value(4), f.value(5).toUInt(nullptr, 16)};
+        return f.size() == 6;
+    }
+};
+
+} // namespace
+
+class TestWindow : public QObject
+{
+    Q_OBJECT
+private slots:
+    // Each recorded machine (tests/data/machines) lays out the parts of /sys, /proc and /dev that the
+    // listing reads, and the records expected from them.
+    void linuxListsUsbVolumes_data()
+    {
+        QTest::addColumn<QString>("machine");
+        for (const QString &name : QDir(TAVRINOX_TEST_DATA_DIR "/machines").entryList({"*.txt"}))
+            row(qPrintable(name), TAVRINOX_TEST_DATA_DIR "/machines/" + name);
+    }
+    void linuxListsUsbVolumes()
+    {
+#ifdef Q_OS_LINUX
+        QFETCH(QString, machine);
+        QTemporaryDir root;
+        QHash<QString, QString> folders;
+        QString expected;
+        QFile mountTable(root.filePath("proc/self/mountinfo"));
+        QVERIFY(write(root.filePath("sys/class/block/")) && write(mountTable.fileName()) &&
+                mountTable.open(QIODevice::Append));
+        // disk <folder below devices> dev size removable | part <disk> <name> dev size number | mountinfo
+        // <line> | link <by-label or by-uuid>/<name> <device> | expect <record>
+        for (const QString &line : QString(read(machine)).split('\n')) {
+            const QStringList f = line.split(' ');
+            const int at = f[0] == "disk" ? 2 : 3;
+            const QString folder =
+                at == 2 ? root.filePath("sys/devices/" + f.value(1)) : folders[f.value(1)] + '/' + f.value(2);
+            if (f[0] == "disk" || f[0] == "part") {
+                folders[QFileInfo(folder).fileName()] = folder;
+                QVERIFY(
+                    write(folder + "/dev", f[at].toUtf8()) && write(folder + "/size", f[at + 1].toUtf8()) &&
+                    write(folder + (at == 2 ? "/removable" : "/partition"), f[at + 2].toUtf8()) &&
+                    QFile::link(folder, root.filePath("sys/class/block/" + QFileInfo(folder).fileName())));
+            }
+            QVERIFY(f[0] != "mountinfo" || mountTable.write(line.mid(10).toUtf8() + '\n') > 0);
+            QVERIFY(f[0] != "link" || (write(root.filePath("dev/disk/" + f[1].section('/', 0, 0) + '/')) &&
+                                       QFile::link("../../" + f[2], root.filePath("dev/disk/" + f[1]))));
+            expected += f[0] == "expect" ? line.mid(7) + '\n' : "";
+        }
+        mountTable.close();
+        QCOMPARE(texts(Tavrinox::Platform::Linux::LinuxDeviceManager(root.path()).listUsbDevices()),
+                 expected);
+#endif
+    }
+
+    void windowsListsUsbVolumesInLetterOrder()
+    {
+        ScriptedProbe probe;
+        // A stick, a SATA and an NVMe disk, a stick without a label whose serial has leading zeros, a USB
+        // disk calling itself fixed, card reader slots without a volume and without an answer, an optical
+        // and a network drive that claim USB.
+        probe.drives = QString("A 2 7 PRIMEIRA FAT32 a|C 3 11 Windows NTFS 12|D 3 17 Dados NTFS 7|E 2 7 "
+                               "PENDRIVE FAT32 1a2b3c4d|"
+                               "F 2 7 _ exFAT 00ab12cd|G 3 7 BACKUP NTFS 5e|H 2 7|I 2 - CARTAO FAT32 9|R 5 7 "
+                               "DVD UDF 2|Z 4 7 rede NTFS 1")
+                           .split('|');
+        QCOMPARE(texts(listUsbVolumes(probe)),
+                 "A:\\-a|A:\\|PRIMEIRA|A:\\|FAT32|removable|mounted\nE:\\-1a2b3c4d|E:\\|PENDRIVE|E:\\|"
+                 "FAT32|removable|mounted\nF:\\-ab12cd|F:\\|USB F:|F:\\|exFAT|removable|mounted\nG:\\-"
+                 "5e|G:\\|BACKUP|G:\\|NTFS|fixed|mounted\nH:\\|H:\\|USB H:|H:\\||removable|mounted\n");
+    }
+
+    // Every refresh replaces the list, counts every drive and selects a lone usable one only.
+    void refreshListsDrivesAndSelectsOnlyALoneUsableOne()
+    {
+        Bus *bus = nullptr;
+        const auto shown = window({}, {}, {}, &bus), none = window({}, {}, {}, nullptr, false);
+        const auto combo = shown->findChild<QComboBox *>();
+        const auto refresh = [&](const QList<UsbDevice> &drives) {
+            bus->drives = drives;
+            click(*shown, "Atualizar lista");
+            QStringList items;
+            for (int i = 0; i < combo->count(); ++i)
+                items += combo->itemText(i);
+            return items.join(", ") + ' ' + QString::number(combo->currentIndex());
+        };
+        QCOMPARE(refresh({drive("E:\\")}), "PENDRIVE (E:\\) 0");
+        QCOMPARE(refresh({drive("E:\\"), drive("F:\\", "")}), "PENDRIVE (E:\\), F:\\ (F:\\) -1");
+        combo->setCurrentIndex(1); // a refresh forgets the choice
+        QCOMPARE(refresh({drive("E:\\"), drive("F:\\", "")}), "PENDRIVE (E:\\), F:\\ (F:\\) -1");
+        QCOMPARE(refresh({drive("/dev/sdb2", "Arquivo", false), drive("/media/P/"), drive("", "", false),
+                          drive("", "SEMRAIZ")}),
+                 "Arquivo (/dev/sdb2) | não montado, PENDRIVE (/media/P/), não montado (não montado) | não "
+                 "montado, SEMRAIZ () 1");
+        QCOMPARE(refresh({drive("/dev/sdb1", "", false)}), "/dev/sdb1 (/dev/sdb1) | não montado -1");
+        QCOMPARE(refresh({}), " -1");
+        QCOMPARE(log(*shown).join('\n'),
+                 "Fonte Windows para preparação ausente.\nFonte Linux para preparação ausente.\nNenhuma "
+                 "unidade USB detectada.\n1 unidade(s) USB detectada(s).\n2 unidade(s) USB detectada(s).\n2 "
+                 "unidade(s) USB detectada(s).\n4 unidade(s) USB detectada(s).\n1 unidade(s) USB "
+                 "detectada(s).\nNenhuma unidade USB detectada.");
+        none->refreshDevices();
+        QCOMPARE(log(*none).mid(2), QStringList(2, "Detecção de USB não disponível neste sistema."));
+        QCOMPARE(none->findChild<QComboBox *>()->count(), 0);
+        QCOMPARE(Tavrinox::backgroundSizeFor(QSize(1920, 1040)), QSize(1152, 648));
+        QCOMPARE(Tavrinox::backgroundSizeFor(QSize(1366, 728)), QSize(900, 506));
+        QCOMPARE(Tavrinox::backgroundSizeFor(QSize(1280, 500)), QSize(888, 500));
+        QCOMPARE(Tavrinox::backgroundSizeFor(std::nullopt), QSize(960, 540));
+    }
+};
+
+TAVRINOX_TEST(TestWindow)
+#include "tst_window.moc"
