@@ -236,13 +236,6 @@ bool Volume::mount(const QString &type, int megabytes, QString *whyNot, const QS
 #endif
 }
 
-StandIns::StandIns(const QString &directory, const QByteArray &mode)
-{
-    qputenv("PATH", QFile::encodeName(directory) + ':' + m_path);
-    qputenv("STANDIN_MODE", mode);
-    qputenv("STANDIN_RECORD", QFile::encodeName(m_dir.filePath("arguments")));
-}
-
 } // namespace Fixture
 
 bool HttpsServer::trustTestCertificateAuthority()

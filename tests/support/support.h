@@ -143,23 +143,6 @@ private:
     QString m_loop;
 };
 
-// While this lives, directory comes first on the search path; the stand-ins for powershell and tasklist
-// there (tests/standins) behave as mode says, and record the arguments they were given in arguments().
-class StandIns
-{
-public:
-    StandIns(const QString &directory, const QByteArray &mode);
-    ~StandIns() { qputenv("PATH", m_path); }
-    QStringList arguments() const
-    {
-        return QString(read(m_dir.filePath("arguments"))).split('\n', Qt::SkipEmptyParts);
-    }
-
-private:
-    QTemporaryDir m_dir;
-    QByteArray m_path = qgetenv("PATH");
-};
-
 } // namespace Fixture
 
 // A real HTTPS server on 127.0.0.1, with the same routes over plain HTTP on a second port, running on its
