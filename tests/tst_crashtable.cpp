@@ -4,13 +4,6 @@
 // opened), for N = 1, 2, ... until a run completes. Recovery then runs here, and the drive must hold the
 // whole old or the whole new version, with a state file that tells the truth.
 #include "support/support.h"
-#include "transaction/bundlepromotion.h"
-#include "transaction/updatejournal.h"
-#include "transaction/updaterecovery.h"
-#include "transaction/updatestate.h"
-
-#include <QJsonObject>
-#include <QProcess>
 
 using namespace Fixture;
 using namespace Tavrinox;
@@ -34,12 +27,11 @@ TAVRINOX_CHILD_MODE("transaction", transactionStep)
 QString child(const QString &step, const QString &root, int killAt, bool writes)
 {
     QProcess child;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("LD_PRELOAD", TAVRINOX_KILLSHIM_LIBRARY);
-    environment.insert("TAVRINOX_KILLSHIM_SCOPE", root + '/');
-    environment.insert("TAVRINOX_KILLSHIM_AT", QString::number(killAt));
-    environment.insert("TAVRINOX_KILLSHIM_WRITES", writes ? "1" : "");
-    child.setProcessEnvironment(environment);
+    child.setEnvironment(QProcess::systemEnvironment() +
+                         QStringList{"LD_PRELOAD=" TAVRINOX_KILLSHIM_LIBRARY,
+                                     "TAVRINOX_KILLSHIM_SCOPE=" + root + '/',
+                                     "TAVRINOX_KILLSHIM_AT=" + QString::number(killAt),
+                                     QString("TAVRINOX_KILLSHIM_WRITES=") + (writes ? "1" : "")});
     child.setProcessChannelMode(QProcess::MergedChannels);
     child.start(QCoreApplication::applicationFilePath(), {"transaction", step, root});
     child.waitForFinished(300000);
@@ -54,18 +46,19 @@ QString recoveredWhole(const QString &root)
     QJsonObject journal;
     const bool recovered =
         recoverPendingUpdate(root, nullptr, &error) && readPendingJournal(root, &journal, &error);
-    const QString live = liveBundles(root), phase = journal["phase"].toString();
+    const QString live = liveBundles(root), phase = journal["phase"].toString(),
+                  version = readInstalledVersion(root);
     const bool backups = !QDir(root + "/Tavrinox").entryList({"*.backup-*"}).isEmpty();
-    if (recovered &&
-        readInstalledVersion(root) == (live == "old old"   ? "1.0.0"
-                                       : live == "new new" ? "1.1.0"
-                                                           : "-") &&
-        (phase == "rolled-back" || (phase.isEmpty() && !backups)))
-        return {};
-    return QString("bundles %1, state %2, journal \"%3\", backups %4 %5")
-        .arg(live, readInstalledVersion(root), phase)
-        .arg(backups)
-        .arg(error);
+    return recovered &&
+                   version == (live == "old old"   ? "1.0.0"
+                               : live == "new new" ? "1.1.0"
+                                                   : "-") &&
+                   (phase == "rolled-back" || (phase.isEmpty() && !backups))
+               ? QString()
+               : QString("bundles %1, state %2, journal \"%3\", backups %4 %5")
+                     .arg(live, version, phase)
+                     .arg(backups)
+                     .arg(error);
 }
 
 } // namespace
@@ -77,34 +70,24 @@ class TestCrashTable : public QObject
     QString m_noExfat;
 
 private slots:
-    void killAtEveryOperationEndsWhole_data()
-    {
-        QTest::addColumn<bool>(
-            "recovery"); // kill the recovery of each killed promotion at every operation too
-        QTest::addColumn<bool>("exfat");
-        QTest::addColumn<int>("floor"); // fewer kill points means the shim stopped counting
-        row("promotion, writes counted too, local disk", false, false, 60);
-        row("recovery, local disk", true, false, 300);
-        row("promotion, writes counted too, exFAT", false, true, 60);
-        row("recovery, exFAT", true, true, 300);
-    }
+    void killAtEveryOperationEndsWhole_data() { table("crash"); }
     void killAtEveryOperationEndsWhole()
     {
-        QFETCH(bool, recovery);
-        QFETCH(bool, exfat);
-        QFETCH(int, floor);
+        QFETCH(QString, recovery);
+        QFETCH(QString, exfat);
+        QFETCH(QString, floor);
         if (!*TAVRINOX_KILLSHIM_LIBRARY)
             QSKIP("NOT TESTED: the kill shim is built on Linux only");
-        if (exfat && m_exfat.path.isEmpty() &&
+        if (exfat == "1" && m_exfat.path.isEmpty() &&
             (!m_noExfat.isEmpty() || !m_exfat.mount("exfat", 64, &m_noExfat)))
             QSKIP(qPrintable("NOT TESTED on exFAT: " + m_noExfat));
         QTemporaryDir local;
-        const QString root = (exfat ? m_exfat.path : local.path()) + "/drive", copy = root + "-copy";
+        const QString root = (exfat == "1" ? m_exfat.path : local.path()) + "/drive", copy = root + "-copy";
         QStringList broken;
         int points = 0;
         for (int kill = 1;; ++kill) {
             QVERIFY(QDir(root).removeRecursively() && makeUpdateDrive(root));
-            QString output = child("promote", root, kill, !recovery);
+            QString output = child("promote", root, kill, recovery == "0");
             if (!output.contains("killshim: killed at")) {
                 // The run that was not stopped succeeded, counting one operation fewer than this point.
                 QVERIFY2(output.endsWith(QString("completed after %1 calls\nexit 0").arg(kill - 1)),
@@ -112,7 +95,7 @@ private slots:
                 QCOMPARE(liveBundles(root) + recoveredWhole(root), "new new");
                 break;
             }
-            for (int recoveryKill = 1; recovery; ++recoveryKill, ++points) {
+            for (int recoveryKill = 1; recovery == "1"; ++recoveryKill, ++points) {
                 QVERIFY(QDir(copy).removeRecursively() && run("cp", {"-r", root, copy}));
                 output = child("recover", root, recoveryKill, false);
                 if (!output.contains("killshim: killed at")) {
@@ -129,10 +112,10 @@ private slots:
             }
             if (const QString problem = recoveredWhole(root); !problem.isEmpty())
                 broken += QString("promotion killed at %1: %2").arg(kill).arg(problem);
-            points += !recovery;
+            points += recovery == "0";
         }
         qInfo("%d kill points, %d not whole", points, int(broken.size()));
-        QVERIFY2(broken.isEmpty() && points >= floor,
+        QVERIFY2(broken.isEmpty() && points >= floor.toInt(),
                  qPrintable(broken.join('\n') + QString("\n%1 kill points").arg(points)));
     }
 };

@@ -1,14 +1,5 @@
 #include "support/support.h"
 
-#include "transaction/updatestate.h"
-
-#include <QApplication>
-#include <QCryptographicHash>
-#include <QMessageBox>
-#include <QProgressDialog>
-#include <QSslKey>
-#include <QSslServer>
-
 #ifdef Q_OS_UNIX
 #include <unistd.h>
 #endif
@@ -20,6 +11,27 @@ bool write(const QString &path, const QByteArray &bytes)
     QFile file(path);
     return QDir().mkpath(QFileInfo(path).absolutePath()) &&
            (path.endsWith('/') || (file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size()));
+}
+
+void table(const QString &name)
+{
+    static QByteArrayList names; // the table keeps pointers to its column names
+    qsizetype columns = 0;
+    for (const QByteArray &line : read(TAVRINOX_TEST_DATA_DIR "/tables/" + name + ".txt").split('\n')) {
+        const QStringList cells =
+            QString(line).replace("\\n", "\n").replace("\\t", "\t").replace("\"\"", "").split(" | ");
+        if (line.isEmpty() || line.startsWith('#'))
+            continue;
+        if (!columns) {
+            for (const QString &cell : cells)
+                QTest::addColumn<QString>((names += cell.toUtf8()).last().constData());
+            columns = cells.size();
+            continue;
+        }
+        QTestData &data = QTest::newRow(qPrintable(cells[0]));
+        for (qsizetype i = 1; i <= columns; ++i) // the last column takes the rest of the line
+            data << (i < columns ? cells.value(i) : cells.mid(i).join(" | "));
+    }
 }
 
 QByteArray read(const QString &path)
@@ -71,17 +83,13 @@ QString sha256(const QByteArray &bytes)
     return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex();
 }
 
-QByteArray asWritten(QByteArray text)
+QByteArray golden(const QString &name)
 {
+    QByteArray text = read(TAVRINOX_TEST_DATA_DIR "/golden/" + name);
 #ifdef Q_OS_WIN
     text.replace("\n", "\r\n");
 #endif
     return text;
-}
-
-QByteArray golden(const QString &name)
-{
-    return asWritten(read(TAVRINOX_TEST_DATA_DIR "/golden/" + name));
 }
 
 QByteArray json(const QString &text)
@@ -255,22 +263,19 @@ bool HttpsServer::start()
     m_core->moveToThread(&m_thread);
     m_thread.start();
     const auto listen = [&] {
-        auto *secure = new QSslServer(m_core);
-        secure->setSslConfiguration(tls);
-        QTcpServer *servers[2] = {secure, new QTcpServer(m_core)};
-        for (int i = 0; i < 2; ++i) {
-            QObject::connect(servers[i], &QTcpServer::pendingConnectionAvailable, servers[i],
-                             [=] { serve(servers[i]->nextPendingConnection(), i == 0); });
-            servers[i]->listen(QHostAddress::LocalHost);
-            m_ports[i] = servers[i]->serverPort();
-        }
+        auto *server = new QSslServer(m_core);
+        server->setSslConfiguration(tls);
+        QObject::connect(server, &QTcpServer::pendingConnectionAvailable, server,
+                         [=] { serve(server->nextPendingConnection()); });
+        server->listen(QHostAddress::LocalHost);
+        m_port = server->serverPort();
     };
     QMetaObject::invokeMethod(m_core, listen, Qt::BlockingQueuedConnection);
-    return m_ports[0] && m_ports[1];
+    return m_port;
 }
 
 // Reads one request head, answers it as its route says, then closes.
-void HttpsServer::serve(QTcpSocket *socket, bool tls)
+void HttpsServer::serve(QTcpSocket *socket)
 {
     QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
     const auto answer = [=] {
@@ -278,16 +283,9 @@ void HttpsServer::serve(QTcpSocket *socket, bool tls)
         if (!head.contains("\r\n\r\n") || socket->property("answered").toBool())
             return;
         socket->setProperty("answered", true);
-        QHash<QByteArray, QByteArray> headers;
-        for (const QByteArray &line : head.left(head.indexOf("\r\n\r\n")).split('\n'))
-            headers[line.left(line.indexOf(':')).toLower()] = line.mid(line.indexOf(':') + 1).trimmed();
-        const QList<QByteArray> request = head.left(head.indexOf('\r')).split(' ');
-        const QString path = QUrl::fromEncoded(request.value(1)).path();
         QMutexLocker lock(&m_mutex);
-        m_requests +=
-            QString("%1 %2 %3 | %4 | %5")
-                .arg(tls ? "https" : "http", request[0], path, headers["user-agent"], headers["accept"]);
-        const Route route = m_routes.value(path);
+        m_requests += head.left(head.indexOf("\r\n\r\n") + 2);
+        const Route route = m_routes.value(QUrl::fromEncoded(head.split(' ').value(1)).path());
         QTimer::singleShot(route.delayMs, socket, [socket, route] {
             const qint64 length = qMax(route.declaredLength, qint64(route.body.size()));
             socket->write("HTTP/1.1 " + QByteArray::number(route.status) +
@@ -312,9 +310,9 @@ void HttpsServer::stop()
     delete std::exchange(m_core, nullptr);
 }
 
-QUrl HttpsServer::url(const QString &path, bool tls) const
+QUrl HttpsServer::url(const QString &path) const
 {
-    return QString("%1://127.0.0.1:%2%3").arg(tls ? "https" : "http").arg(m_ports[tls ? 0 : 1]).arg(path);
+    return QString("https://127.0.0.1:%1%2").arg(m_port).arg(path);
 }
 
 void HttpsServer::route(const QString &path, int status, const QByteArray &body, const QByteArray &location,

@@ -25,20 +25,10 @@
 #include "platform/linux/linuxdevicemanager.h"
 #endif
 
-#include <QAction>
-#include <QComboBox>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QLabel>
-#include <QMutex>
-#include <QProcess>
-#include <QProgressDialog>
-#include <QPushButton>
-#include <QTemporaryDir>
-#include <QTextEdit>
-#include <QThread>
 #include <QtConcurrent>
+#include <QtNetwork>
 #include <QtTest>
+#include <QtWidgets>
 
 // The program's test classes, run in turn by the shared main (support/main.cpp); a file written for
 // QTEST_MAIN(Class) needs only that line replaced by TAVRINOX_TEST(Class). A child mode makes
@@ -56,11 +46,10 @@ namespace Fixture {
 using Tree = QMap<QString, QByteArray>;
 using Tavrinox::Platform::UsbDevice;
 
-// Adds a row to the current data table: row("name", column, column...).
-template<typename... Columns> void row(const char *name, const Columns &...columns)
-{
-    (QTest::newRow(name) << ... << columns);
-}
+// Fills the current data table from tests/data/tables/<name>.txt: a first line naming the columns, then
+// a row a line, "name | column | ...", every column a string, the last one taking the rest of the line;
+// "\n" and "\t" stand for a line break and a tab, "" for an empty column; "#" starts a comment line.
+void table(const QString &name);
 
 // Writes a file, making its folders; a path ending in "/" makes a folder.
 bool write(const QString &path, const QByteArray &bytes = {});
@@ -74,9 +63,9 @@ bool run(const QString &program, const QStringList &arguments, QString *error = 
 // Zips a real folder's entries (links stay links) with bsdtar, whose options may rename entries.
 bool zip(const QString &folder, const QString &zipPath, const QStringList &options = {});
 QString sha256(const QByteArray &bytes);
-QByteArray asWritten(QByteArray text);  // as a text-mode file holds it: CR LF for each LF on Windows
-QByteArray golden(const QString &name); // tests/data/golden/name as this system writes it
-QByteArray json(const QString &text);   // JSON written with single quotes for double ones
+// tests/data/golden/name as a text-mode file holds it on this system (CR LF for each LF on Windows)
+QByteArray golden(const QString &name);
+QByteArray json(const QString &text); // JSON written with single quotes for double ones
 
 // The files of an update package below "Tavrinox/" (as a drive carries them). Each holds the marker and
 // its own name, so a file under another name or from another copy shows; old and new packages differ
@@ -145,11 +134,11 @@ private:
 
 } // namespace Fixture
 
-// A real HTTPS server on 127.0.0.1, with the same routes over plain HTTP on a second port, running on its
-// own thread so that the test may block its own while the code under test talks to it. Unknown paths
-// answer 404; every answer closes its connection. trustTestCertificateAuthority() adds the test CA to
-// the default TLS configuration, which every later request copies. A route's declared length larger
-// than its body announces that length, sends the body and closes.
+// A real HTTPS server on 127.0.0.1, running on its own thread so that the test may block its own while
+// the code under test talks to it. Unknown paths answer 404; every answer closes its connection.
+// trustTestCertificateAuthority() adds the test CA to the default TLS configuration, which every later
+// request copies. A route's declared length larger than its body announces that length, sends the body
+// and closes.
 class HttpsServer
 {
 public:
@@ -157,10 +146,10 @@ public:
     static bool trustTestCertificateAuthority();
     bool start();
     void stop(); // listeners, connections and pending answers are gone when it returns
-    QUrl url(const QString &path, bool tls = true) const;
+    QUrl url(const QString &path) const;
     void route(const QString &path, int status, const QByteArray &body = {}, const QByteArray &location = {},
                int delayMs = 0, qint64 declaredLength = -1);
-    QStringList requests() const; // each so far: "https GET /path | User-Agent | Accept"
+    QStringList requests() const; // the head of each so far, each line ending in CR LF
 
 private:
     struct Route
@@ -170,11 +159,11 @@ private:
         int delayMs = 0;
         qint64 declaredLength = -1;
     };
-    void serve(class QTcpSocket *socket, bool tls);
+    void serve(class QTcpSocket *socket);
     mutable QMutex m_mutex;
     QHash<QString, Route> m_routes;
     QStringList m_requests;
     QThread m_thread;
     QObject *m_core = nullptr;
-    quint16 m_ports[2] = {};
+    quint16 m_port = 0;
 };
