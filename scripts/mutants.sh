@@ -44,7 +44,10 @@ for patch in "$top"/tests/mutants/*"${1:-}"*.patch; do
             selection=(-R "^($(echo "$tests" | tr ' ' '|'))\$")
         fi
         if ctest --test-dir "$build" "${selection[@]}" -E "${TAVRINOX_MUTANTS_EXCLUDE:-^$}" --stop-on-failure --timeout 900 >/dev/null 2>&1; then
-            echo "$name: MISSED ($(sed -n 's/^Fault: //p' "$patch"))"
+            # A test that skipped (no root, no loop device left) may be why; say so.
+            skips=$(grep -c '^SKIP' "$build/Testing/Temporary/LastTest.log" 2>/dev/null)
+            [ "${skips:-0}" = 0 ] && skips=
+            echo "$name: MISSED ($(sed -n 's/^Fault: //p' "$patch"))${skips:+; $skips tests skipped}"
             missed+=("$name")
         else
             echo "$name: caught"

@@ -1,9 +1,5 @@
 #include "support/support.h"
 
-#ifdef Q_OS_UNIX
-#include <unistd.h>
-#endif
-
 namespace Fixture {
 
 bool write(const QString &path, const QByteArray &bytes)
@@ -188,14 +184,10 @@ Boxes::Boxes(const QStringList &answers)
     : m_answers(answers)
 {
     m_timer.callOnTimeout([this] {
-        QWidget *modal = QApplication::activeModalWidget();
-        auto *box = qobject_cast<QMessageBox *>(modal);
-        // A box answered a moment ago may still be closing.
-        if (!modal || qobject_cast<QProgressDialog *>(modal) || modal->property("answered").toBool())
+        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+        if (!box || box->property("answered").toBool()) // one answered a moment ago may still be closing
             return;
-        modal->setProperty("answered", true);
-        if (!box)
-            return;
+        box->setProperty("answered", true);
         QStringList buttons;
         for (QAbstractButton *button : box->buttons())
             buttons += button->text().remove('&') + (button == box->defaultButton() ? "*" : "");
@@ -226,16 +218,16 @@ bool Volume::mount(const QString &type, int megabytes, QString *whyNot, const QS
     const QString image = m_dir.filePath("image"), target = at.isEmpty() ? m_dir.filePath("mnt") : at;
     QFile file(image);
     const bool ext4 = type == "ext4";
-    *whyNot = geteuid() ? "it needs root" : "";
-    if (!whyNot->isEmpty() || !write(target + '/'))
-        return false;
-    if (type == "tmpfs"
-            ? run("mount", {"-t", "tmpfs", "-o", QString("size=%1m").arg(megabytes), "tmpfs", target}, whyNot)
-            : file.open(QIODevice::WriteOnly) && file.resize(qint64(megabytes) << 20) &&
-                  run(ext4 ? "mkfs.ext4" : "mkfs.exfat",
-                      ext4 ? QStringList{"-qFm", "0", image} : QStringList{image}, whyNot) &&
-                  run("losetup", {"-f", "--show", image}, whyNot, &m_loop) &&
-                  run(ext4 ? "mount" : "mount.exfat-fuse", {m_loop, target}, whyNot))
+    // Without root, mounting fails, saying why.
+    if (write(target + '/') &&
+        (type == "tmpfs"
+             ? run("mount", {"-t", "tmpfs", "-o", QString("size=%1m").arg(megabytes), "tmpfs", target},
+                   whyNot)
+             : file.open(QIODevice::WriteOnly) && file.resize(qint64(megabytes) << 20) &&
+                   run(ext4 ? "mkfs.ext4" : "mkfs.exfat",
+                       ext4 ? QStringList{"-qFm", "0", image} : QStringList{image}, whyNot) &&
+                   run("losetup", {"-f", "--show", image}, whyNot, &m_loop) &&
+                   run(ext4 ? "mount" : "mount.exfat-fuse", {m_loop, target}, whyNot)))
         path = target;
     return !path.isEmpty();
 #else
@@ -285,13 +277,14 @@ void HttpsServer::serve(QTcpSocket *socket)
         socket->setProperty("answered", true);
         QMutexLocker lock(&m_mutex);
         m_requests += head.left(head.indexOf("\r\n\r\n") + 2);
-        const Route route = m_routes.value(QUrl::fromEncoded(head.split(' ').value(1)).path());
-        QTimer::singleShot(route.delayMs, socket, [socket, route] {
-            const qint64 length = qMax(route.declaredLength, qint64(route.body.size()));
-            socket->write("HTTP/1.1 " + QByteArray::number(route.status) +
-                          (route.status == 404 ? " Not Found" : " OK") +
-                          "\r\nContent-Length: " + QByteArray::number(length) +
-                          "\r\nLocation: " + route.location + "\r\nConnection: close\r\n\r\n" + route.body);
+        const auto route =
+            m_routes.value(QUrl::fromEncoded(head.split(' ').value(1)).path(), {404, {}, {}, 0, -1});
+        QTimer::singleShot(std::get<3>(route), socket, [socket, route] {
+            const auto &[status, body, location, delayMs, declaredLength] = route;
+            socket->write(
+                "HTTP/1.1 " + QByteArray::number(status) + (status == 404 ? " Not Found" : " OK") +
+                "\r\nContent-Length: " + QByteArray::number(qMax(declaredLength, qint64(body.size()))) +
+                "\r\nLocation: " + location + "\r\nConnection: close\r\n\r\n" + body);
             socket->disconnectFromHost();
         });
     };

@@ -95,11 +95,9 @@ std::unique_ptr<Tavrinox::ConfigWindow> window(const QList<UsbDevice> &drives, c
 QStringList log(const QWidget &window);
 template<typename Control> Control *control(const QWidget &parent, const QString &text)
 {
-    for (Control *found : parent.findChildren<Control *>()) {
-        if (found->text() == text)
-            return found;
-    }
-    return nullptr;
+    const QList<Control *> all = parent.findChildren<Control *>();
+    return all.value(std::find_if(all.begin(), all.end(), [&](Control *c) { return c->text() == text; }) -
+                     all.begin());
 }
 void click(const QWidget &window, const QString &button);
 bool updateEnabled(const QWidget &window); // the update action and button, which must agree
@@ -152,16 +150,9 @@ public:
     QStringList requests() const; // the head of each so far, each line ending in CR LF
 
 private:
-    struct Route
-    {
-        int status = 404;
-        QByteArray body{}, location{};
-        int delayMs = 0;
-        qint64 declaredLength = -1;
-    };
     void serve(class QTcpSocket *socket);
     mutable QMutex m_mutex;
-    QHash<QString, Route> m_routes;
+    QHash<QString, std::tuple<int, QByteArray, QByteArray, int, qint64>> m_routes; // as route() takes them
     QStringList m_requests;
     QThread m_thread;
     QObject *m_core = nullptr;
