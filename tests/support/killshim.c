@@ -91,6 +91,7 @@ WRAP(int, rmdir, (const char *path), inScope(AT_FDCWD, path), path, (path))
 WRAP(int, mkdir, (const char *path, mode_t mode), inScope(AT_FDCWD, path), path, (path, mode))
 // A rename or link counts when either side lies in the scope.
 WRAP(int, rename, (const char *from, const char *to), BOTH(from, to), to, (from, to))
+WRAP(int, link, (const char *from, const char *to), BOTH(from, to), to, (from, to))
 WRAP(int, renameat2, (int fd, const char *from, int toFd, const char *to, unsigned flags), BOTH_AT(fd, from, toFd, to), to,
      (fd, from, toFd, to, flags))
 WRAP(int, linkat, (int fd, const char *from, int toFd, const char *to, int flags), BOTH_AT(fd, from, toFd, to), to,
