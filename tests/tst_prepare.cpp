@@ -257,8 +257,8 @@ private slots:
         const auto status = [&](const char *caption) {
             return qobject_cast<QLabel *>(control<QLabel>(*shown, caption)->buddy())->text();
         };
-        QCOMPARE(status("Fonte Windows:") + status("Fonte Linux:") + readInstalledVersion(root),
-                 "DisponívelDisponível1.0.5");
+        QCOMPARE(status("Fonte Windows:") + status("Fonte Linux:"), "DisponívelDisponível");
+        QCOMPARE(stateFile(root), golden("prepared-state.json"));
         for (const QString file : {"Tavrinox-Windows.bat", "Tavrinox-Linux.sh", "Tavrinox/README.txt"})
             QCOMPARE(read(root + file), golden(file.section('/', -1)));
         QCOMPARE(tree(root + "Tavrinox/windows"), tree(at("program/bundles/windows-x64"), false));

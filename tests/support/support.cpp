@@ -93,6 +93,13 @@ QByteArray json(const QString &text)
     return text.toUtf8().replace('\'', '"');
 }
 
+QByteArray stateFile(const QString &root)
+{
+    return QString(read(Tavrinox::updateStatePath(root)))
+        .replace(QRegularExpression("\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ"), "TIME")
+        .toUtf8();
+}
+
 QStringList packageFiles(const QByteArray &marker)
 {
     return QString("windows/Tavrinox.exe windows/platforms/qwindows.dll linux/Tavrinox "

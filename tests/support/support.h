@@ -30,9 +30,10 @@
 #include <QtTest>
 #include <QtWidgets>
 
-// The program's test classes, run in turn by the shared main (support/main.cpp); a file written for
-// QTEST_MAIN(Class) needs only that line replaced by TAVRINOX_TEST(Class). A child mode makes
-// "program mode arguments..." run its function under a QCoreApplication instead of the tests.
+// The program's test classes, run in turn by the shared main (support/main.cpp). A file written for
+// QTEST_MAIN(Class) or QTEST_GUILESS_MAIN(Class) needs only that line replaced by TAVRINOX_TEST(Class)
+// and this header included. A child mode makes "program mode arguments..." run its function under a
+// QCoreApplication instead of the tests.
 inline QList<QPair<QString, QObject *(*)()>> testClasses;
 inline QMap<QString, int (*)(const QStringList &)> childModes;
 #define TAVRINOX_TEST(Class)                                                                                 \
@@ -66,6 +67,8 @@ QString sha256(const QByteArray &bytes);
 // tests/data/golden/name as a text-mode file holds it on this system (CR LF for each LF on Windows)
 QByteArray golden(const QString &name);
 QByteArray json(const QString &text); // JSON written with single quotes for double ones
+// The drive's state file, its time of installation replaced by "TIME".
+QByteArray stateFile(const QString &root);
 
 // The files of an update package below "Tavrinox/" (as a drive carries them). Each holds the marker and
 // its own name, so a file under another name or from another copy shows; old and new packages differ
