@@ -1,11 +1,10 @@
 #pragma once
 
-// What the test programs share: the registration of test classes with the shared main, files and
-// folders, bundles and drives, the window with drives attached by the test, answers to modal boxes,
-// small real volumes, stand-ins for Windows programs and a real HTTPS server. It also brings in the
-// product's headers and the Qt classes the tests use.
+// What the test programs share: the registration of test classes with the shared main, data tables,
+// files and folders, bundles and drives, the window with drives attached by the test, answers to modal
+// boxes, small real volumes and a real HTTPS server. It also brings in the product's headers and the Qt
+// classes the tests use.
 
-#include "app/backgroundwidget.h"
 #include "app/configwindow.h"
 #include "platform/windows/usbvolumes.h"
 #include "prepare/bundlesource.h"
