@@ -99,6 +99,7 @@ ConfigWindow::ConfigWindow(ConfigWindowSetup setup, QWidget *parent)
     , m_bundleSearchDirectory(setup.bundleSearchDirectory)
     , m_bundleSourceTree(setup.bundleSourceTree)
     , m_updateManifestUrl(setup.updateManifestUrl)
+    , m_updatePublicKey(setup.updatePublicKey)
 {
     setWindowTitle(kBoxTitle);
     createActions();

@@ -3,6 +3,7 @@
 #include "platform/devicemanager.h"
 #include "prepare/bundlesource.h"
 #include "prepare/drivepreparer.h"
+#include "update/manifestsignature.h"
 #include "update/updatemanifest.h"
 
 #include <QList>
@@ -32,7 +33,8 @@ struct ConfigWindowSetup
     std::unique_ptr<Platform::DeviceManager> deviceManager; // null: drive detection unavailable
     QString bundleSearchDirectory; // searched first for bundles: the program's own directory
     QString bundleSourceTree;      // searched next; empty: not searched
-    QUrl updateManifestUrl = Tavrinox::updateManifestUrl(); // the update server configured at build time
+    QUrl updateManifestUrl = Tavrinox::updateManifestUrl();   // the update server configured at build time
+    QByteArray updatePublicKey = Tavrinox::updatePublicKey(); // the publisher's key; empty: unsigned
 
     static ConfigWindowSetup platformDefaults();
 };
@@ -84,6 +86,7 @@ private:
     const QString m_bundleSearchDirectory;
     const QString m_bundleSourceTree;
     const QUrl m_updateManifestUrl;
+    const QByteArray m_updatePublicKey;
 
     QAction *m_quitAction = nullptr;
     QAction *m_refreshAction = nullptr;

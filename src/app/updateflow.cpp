@@ -130,9 +130,11 @@ void ConfigWindow::updateSelectedDevice()
         }
         startUpdateApply(root, result.manifest);
     });
-    const QUrl manifestUrl = m_updateManifestUrl;
-    watcher->setFuture(QtConcurrent::run(QThreadPool::globalInstance(),
-                                         [root, manifestUrl] { return checkForUpdate(root, manifestUrl); }));
+    watcher->setFuture(
+        QtConcurrent::run(QThreadPool::globalInstance(),
+                          [root, manifestUrl = m_updateManifestUrl, publicKey = m_updatePublicKey] {
+                              return checkForUpdate(root, manifestUrl, publicKey);
+                          }));
 }
 
 void ConfigWindow::startUpdateApply(const QString &root, const UpdateManifest &manifest)

@@ -71,7 +71,7 @@ private:
 } // namespace
 
 bool promoteUpdate(const QString &driveRoot, const QString &packageRoot, const QString &version,
-                   const QString &packageSha256, QString *error)
+                   const QString &packageSha256, QString *error, const QString &manifestIssuedAt)
 {
     PromotionJournal journal(driveRoot, packageRoot, version, packageSha256);
     const QDir package(packageRoot);
@@ -114,7 +114,7 @@ bool promoteUpdate(const QString &driveRoot, const QString &packageRoot, const Q
     if (injectedTestFailure(QStringLiteral("bundles-promoted"), error))
         return false;
 
-    if (!writeUpdateState(driveRoot, version, packageSha256, error)) {
+    if (!writeUpdateState(driveRoot, version, packageSha256, error, manifestIssuedAt)) {
         journal.log(QStringLiteral("failed"), QStringLiteral("Falha ao publicar o estado da atualização."));
         return false;
     }

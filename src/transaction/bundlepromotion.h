@@ -8,8 +8,10 @@ namespace Tavrinox {
 // Tavrinox/windows and Tavrinox/linux on the same volume), publishes the new version and removes
 // the backups, as one journaled transaction that recoverPendingUpdate() can finish or undo after
 // an interruption at any point. True only when everything, the clean-up included, succeeded.
+// manifestIssuedAt, given for an update from a signed manifest, is published with the version.
 bool promoteUpdate(const QString &driveRoot, const QString &packageRoot, const QString &version,
-                   const QString &packageSha256, QString *error = nullptr);
+                   const QString &packageSha256, QString *error = nullptr,
+                   const QString &manifestIssuedAt = QString());
 
 // Swaps one bundle by directory renames, keeping the live one as backupPath.
 bool replaceBundle(const QString &livePath, const QString &incomingPath, const QString &backupPath,

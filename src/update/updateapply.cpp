@@ -98,7 +98,7 @@ UpdateApplyResult applyUpdate(const QString &root, const UpdateManifest &manifes
     const QString extractedDir = workArea + QStringLiteral("/extracted");
     if (!extractZip(packagePath(workArea), extractedDir, &result.error) ||
         !validatePackageLayout(extractedDir, &result.error) ||
-        !promoteUpdate(root, extractedDir, manifest.version, sha256, &result.error)) {
+        !promoteUpdate(root, extractedDir, manifest.version, sha256, &result.error, manifest.issuedAt)) {
         removePathIfExists(workArea);
         return result;
     }

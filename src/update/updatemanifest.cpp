@@ -4,6 +4,7 @@
 #include "errortext.h"
 #include "transaction/updatestate.h"
 #include "update/httpget.h"
+#include "update/manifestsignature.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -65,14 +66,17 @@ bool parseUpdateManifest(const QByteArray &body, UpdateManifest *manifest, QStri
 
 UpdateCheckResult checkForUpdate(const QString &root)
 {
-    return checkForUpdate(root, updateManifestUrl());
+    return checkForUpdate(root, updateManifestUrl(), updatePublicKey());
 }
 
-UpdateCheckResult checkForUpdate(const QString &root, const QUrl &manifestUrl)
+UpdateCheckResult checkForUpdate(const QString &root, const QUrl &manifestUrl, const QByteArray &publicKey)
 {
     UpdateCheckResult result;
     const QByteArray body = httpGet(manifestUrl, kManifestTimeoutMs, &result.error);
     if (body.isEmpty() || !parseUpdateManifest(body, &result.manifest, &result.error))
+        return result;
+    if (!publicKey.isEmpty() &&
+        !acceptSignedManifest(root, manifestUrl, body, publicKey, &result.manifest, &result.error))
         return result;
 
     result.installedVersion = readInstalledVersion(root);
