@@ -14,6 +14,7 @@ packages=(
     exfatprogs exfat-fuse fuse3 e2fsprogs
     openssl curl unzip
     xvfb xauth imagemagick
+    dpkg-dev desktop-file-utils appstream lintian python3-yaml
 )
 
 missing=()

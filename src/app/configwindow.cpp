@@ -85,6 +85,7 @@ ConfigWindowSetup ConfigWindowSetup::platformDefaults()
     setup.deviceManager = std::make_unique<Platform::Linux::LinuxDeviceManager>();
 #endif
     setup.bundleSearchDirectory = QCoreApplication::applicationDirPath();
+    setup.bundleInstalledDirectories = installedBundleDirectories(setup.bundleSearchDirectory);
     setup.bundleSourceTree = QString::fromUtf8(Build::kBundleSourceTree);
     return setup;
 }
@@ -97,6 +98,7 @@ ConfigWindow::ConfigWindow(ConfigWindowSetup setup, QWidget *parent)
     : QMainWindow(parent)
     , m_deviceManager(std::move(setup.deviceManager))
     , m_bundleSearchDirectory(setup.bundleSearchDirectory)
+    , m_bundleInstalledDirectories(setup.bundleInstalledDirectories)
     , m_bundleSourceTree(setup.bundleSourceTree)
     , m_updateManifestUrl(setup.updateManifestUrl)
     , m_updatePublicKey(setup.updatePublicKey)
@@ -240,8 +242,10 @@ void ConfigWindow::connectSignals()
 
 void ConfigWindow::updateBundleSourceStatus()
 {
-    m_windowsSource = locateWindowsBundle(m_bundleSearchDirectory, m_bundleSourceTree);
-    m_linuxSource = locateLinuxBundle(m_bundleSearchDirectory, m_bundleSourceTree);
+    m_windowsSource =
+        locateWindowsBundle(m_bundleSearchDirectory, m_bundleSourceTree, m_bundleInstalledDirectories);
+    m_linuxSource =
+        locateLinuxBundle(m_bundleSearchDirectory, m_bundleSourceTree, m_bundleInstalledDirectories);
 
     const bool windowsFound = m_windowsSource.isAvailable();
     m_windowsSourceLabel->setText(windowsFound ? QStringLiteral("Disponível") : QStringLiteral("Ausente"));

@@ -31,8 +31,9 @@ inline const QString kBoxTitle = QStringLiteral("Tavrinox - Gerenciador");
 struct ConfigWindowSetup
 {
     std::unique_ptr<Platform::DeviceManager> deviceManager; // null: drive detection unavailable
-    QString bundleSearchDirectory; // searched first for bundles: the program's own directory
-    QString bundleSourceTree;      // searched next; empty: not searched
+    QString bundleSearchDirectory;          // searched first for bundles: the program's own directory
+    QStringList bundleInstalledDirectories; // searched next, in order
+    QString bundleSourceTree;               // searched last; empty: not searched
     QUrl updateManifestUrl = Tavrinox::updateManifestUrl();   // the update server configured at build time
     QByteArray updatePublicKey = Tavrinox::updatePublicKey(); // the publisher's key; empty: unsigned
 
@@ -84,6 +85,7 @@ private:
     qint32 m_pendingRecoveryCount = 0;
 
     const QString m_bundleSearchDirectory;
+    const QStringList m_bundleInstalledDirectories;
     const QString m_bundleSourceTree;
     const QUrl m_updateManifestUrl;
     const QByteArray m_updatePublicKey;
