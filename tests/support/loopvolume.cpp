@@ -107,6 +107,33 @@ bool LoopVolume::mount(FileSystem fileSystem, qint64 sizeBytes, QString *whyNot)
     return true;
 }
 
+qint64 LoopVolume::fuseProcess() const
+{
+    const QByteArray ours = (m_loopDevice + QLatin1Char('\0') + m_mountPoint).toLocal8Bit();
+    if (m_mountPoint.isEmpty())
+        return 0;
+    for (const QString &process : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
+        QFile commandLine(QStringLiteral("/proc/%1/cmdline").arg(process));
+        if (commandLine.open(QIODevice::ReadOnly) && commandLine.readAll().contains(ours))
+            return process.toLongLong();
+    }
+    return 0;
+}
+
+bool LoopVolume::remountAfterPull(QString *whyNot)
+{
+    QString ignored;
+    run(findTool(QStringLiteral("umount")), {QStringLiteral("-l"), m_mountPoint}, nullptr, &ignored);
+    // fsck.exfat answers 1 when it repaired something.
+    QProcess fsck;
+    fsck.start(findTool(QStringLiteral("fsck.exfat")), {QStringLiteral("-y"), m_loopDevice});
+    if (!fsck.waitForFinished(60000) || fsck.exitStatus() != QProcess::NormalExit || fsck.exitCode() > 1) {
+        *whyNot = QStringLiteral("fsck.exfat failed: %1").arg(QString::fromLocal8Bit(fsck.readAll()));
+        return false;
+    }
+    return run(findTool(QStringLiteral("mount.exfat-fuse")), {m_loopDevice, m_mountPoint}, nullptr, whyNot);
+}
+
 void LoopVolume::release()
 {
     QString ignored;
