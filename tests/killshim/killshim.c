@@ -7,8 +7,7 @@
  *   TAVRINOX_KILLSHIM_SCOPE  only paths that start with this prefix are counted (required)
  *   TAVRINOX_KILLSHIM_AT     the call to die at, counting from 1; unset or 0: never
  *   TAVRINOX_KILLSHIM_TRACE  when set, every counted call is written to standard error
- *   TAVRINOX_KILLSHIM_VICTIM a process id killed with SIGKILL just before this one, such as the
- *                            FUSE process serving the drive, to stop it as a pulled stick would
+ *   TAVRINOX_KILLSHIM_VICTIM a process killed first, such as the drive's FUSE process (a pulled stick)
  *
  * A process that ends normally writes "killshim: completed after N calls" to standard error;
  * one that is killed writes "killshim: killed at call N (operation path)" first.
