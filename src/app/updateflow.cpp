@@ -1,5 +1,6 @@
 #include "app/configwindow.h"
 
+#include "errortext.h"
 #include "update/runningcheck.h"
 #include "update/updateapply.h"
 
@@ -159,8 +160,15 @@ void ConfigWindow::startUpdateApply(const QString &root, const UpdateManifest &m
             this, kBoxTitle,
             QStringLiteral("Atualização concluída.\n\nVersão instalada: %1").arg(result.version));
     });
-    watcher->setFuture(QtConcurrent::run(QThreadPool::globalInstance(),
-                                         [root, manifest] { return applyUpdate(root, manifest); }));
+    // Tavrinox may have been started during the download: it is asked again before anything is written.
+    const UpdateWriteGate gate = [](QString *error) {
+        if (!isTavrinoxRunning())
+            return true;
+        setError(error, QStringLiteral("Feche o Tavrinox antes de atualizar os bundles da unidade USB."));
+        return false;
+    };
+    watcher->setFuture(QtConcurrent::run(
+        QThreadPool::globalInstance(), [root, manifest, gate] { return applyUpdate(root, manifest, gate); }));
 }
 
 } // namespace Tavrinox
