@@ -45,8 +45,8 @@ bool writePackage(const QString &path, const QByteArray &body)
 
 // Downloads and checks the package, then writes it into a new work area on the drive; the package
 // leaves memory when this returns. Nothing is left on the drive when it fails.
-bool downloadIntoWorkArea(const QString &root, const UpdateManifest &manifest, QString *workArea,
-                          QString *sha256, QString *error)
+bool downloadIntoWorkArea(const QString &root, const UpdateManifest &manifest, const UpdateWriteGate &gate,
+                          QString *workArea, QString *sha256, QString *error)
 {
     const QByteArray body = httpGet(QUrl(manifest.packageUrl), kPackageDownloadTimeoutMs, error);
     if (body.isEmpty())
@@ -62,6 +62,9 @@ bool downloadIntoWorkArea(const QString &root, const UpdateManifest &manifest, Q
         *error = QStringLiteral("Hash SHA-256 divergente. O pacote não será aplicado.");
         return false;
     }
+    // Asked before the space is measured too: a drive pulled during the download is not short of space.
+    if (gate && !gate(error))
+        return false;
     if (!hasRoomForUpdate(root, body.size())) {
         *error = QStringLiteral(
             "Espaço livre insuficiente na unidade USB para preparar a atualização com segurança.");
@@ -86,19 +89,25 @@ bool downloadIntoWorkArea(const QString &root, const UpdateManifest &manifest, Q
 
 } // namespace
 
-UpdateApplyResult applyUpdate(const QString &root, const UpdateManifest &manifest)
+UpdateApplyResult applyUpdate(const QString &root, const UpdateManifest &manifest,
+                              const UpdateWriteGate &gate)
 {
     UpdateApplyResult result;
     result.version = manifest.version;
 
     QString workArea;
     QString sha256;
-    if (!downloadIntoWorkArea(root, manifest, &workArea, &sha256, &result.error))
+    if (!downloadIntoWorkArea(root, manifest, gate, &workArea, &sha256, &result.error))
         return result;
     const QString extractedDir = workArea + QStringLiteral("/extracted");
     if (!extractZip(packagePath(workArea), extractedDir, &result.error) ||
-        !validatePackageLayout(extractedDir, &result.error) ||
-        !promoteUpdate(root, extractedDir, manifest.version, sha256, &result.error)) {
+        !validatePackageLayout(extractedDir, &result.error)) {
+        removePathIfExists(workArea);
+        return result;
+    }
+    if (gate && !gate(&result.error))
+        return result;
+    if (!promoteUpdate(root, extractedDir, manifest.version, sha256, &result.error)) {
         removePathIfExists(workArea);
         return result;
     }
