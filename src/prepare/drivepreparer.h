@@ -12,6 +12,10 @@ namespace Tavrinox {
 // Told before each step: its number, the number of steps and what it does.
 using PreparationProgress = std::function<void(int step, int total, const QString &message)>;
 
+// Asked after the report of each step that writes to the drive, before it writes; false, with the reason
+// in *error, ends the preparation there with that reason as its message.
+using PreparationGate = std::function<bool(QString *error)>;
+
 // Turns a mounted drive into a portable Tavrinox drive: the Tavrinox folder with both bundles, the two
 // launchers at the root and the README. Nothing is formatted or deleted; a preparation that stops
 // half-way leaves what it wrote, and running it again continues over it.
@@ -22,7 +26,8 @@ public:
     explicit DrivePreparer(WindowsDeployTool deployTool);
 
     PreparationResult prepare(const QString &driveRoot, const PreparationSources &sources,
-                              const PreparationProgress &progress = {}) const;
+                              const PreparationProgress &progress = {},
+                              const PreparationGate &gate = {}) const;
 
 private:
     WindowsDeployTool m_deployTool;
