@@ -24,13 +24,11 @@ namespace {
 const QString kTitle = QStringLiteral("Tavrinox - Gerenciador");
 const QString kPrepared = QStringLiteral("USB preparado com estrutura portatil Tavrinox.");
 
-// What the progress dialog showed each time the event loop ran during the preparation. The dialog
-// itself runs the event loop when its value changes, so a label can be seen with the next value.
+// The steps the progress dialog showed (its label's first line) each time the event loop ran during the
+// preparation, after its opening text.
 struct ProgressWatch : QObject
 {
     QStringList labels;
-    QSet<int> values;
-    int maximum = 0;
     bool applicationModal = true;
     bool hadCancelButton = false;
 
@@ -44,10 +42,9 @@ struct ProgressWatch : QObject
                 return;
             applicationModal = applicationModal && dialog->windowModality() == Qt::ApplicationModal;
             hadCancelButton = hadCancelButton || dialog->findChild<QPushButton *>();
-            maximum = dialog->maximum();
-            values.insert(dialog->value());
-            if (labels.isEmpty() || labels.last() != dialog->labelText())
-                labels.append(dialog->labelText());
+            const QString step = dialog->labelText().section(QLatin1Char('\n'), 0, 0);
+            if (step != "Preparando unidade USB..." && (labels.isEmpty() || labels.last() != step))
+                labels.append(step);
         });
         timer->start();
     }
@@ -107,8 +104,6 @@ private slots:
                  QStringList({"Validando unidade USB...", "Criando estrutura de pastas...",
                               "Copiando bundle Windows...", "Copiando bundle Linux...",
                               "Criando inicializador Windows...", "Criando arquivos auxiliares..."}));
-        QCOMPARE(progress.values - QSet<int>{0}, QSet<int>({1, 2, 3, 5, 6, 7}));
-        QCOMPARE(progress.maximum, 7);
         QVERIFY(progress.applicationModal);
         QVERIFY(!progress.hadCancelButton);
         QVERIFY(!window->findChild<QProgressDialog *>());

@@ -23,35 +23,12 @@ qint64 topLevelLibrariesSize(const QString &directory)
     return total;
 }
 
-// Counts what the copy copies: a link leading back into the walk is skipped there, so it is here.
-qint64 treeSize(const QString &directory, QStringList &walk)
-{
-    walk.append(QFileInfo(directory).canonicalFilePath());
-    qint64 total = 0;
-    QDirIterator entries(directory, kBundleEntryFilter);
-    while (entries.hasNext()) {
-        entries.next();
-        const QFileInfo entry = entries.fileInfo();
-        if (!entry.isDir())
-            total += entry.size();
-        else if (!isWalkCycle(entry, walk))
-            total += treeSize(entry.absoluteFilePath(), walk);
-    }
-    walk.removeLast();
-    return total;
-}
-
 } // namespace
 
+// Counts what the copy copies: a link leading back into the walk is skipped there, so it is here.
 qint64 directorySize(const QString &path)
 {
-    const QFileInfo info(path);
-    if (!info.exists())
-        return 0;
-    if (!info.isDir())
-        return info.size();
-    QStringList walk;
-    return treeSize(path, walk);
+    return tallyTree(path).bytes;
 }
 
 qint64 fileSize(const QString &path)

@@ -5,6 +5,7 @@
 #include "prepare/filecopy.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 
@@ -52,7 +53,113 @@ bool isLinuxBundle(const QDir &directory)
     return anyExists(directory, {"lib", "plugins", "qt.conf"});
 }
 
+// What the Windows step copies: the whole folder, or the executable, the folder when no deployment tool
+// assembles the runtime, and the folder's libraries, which the copy goes through again.
+CopyTally windowsCopyTally(const PreparationSources &sources, bool deployToolPresent)
+{
+    if (sources.windowsExecutable.isEmpty())
+        return {};
+    const QString source = sources.windowsBundleDirectory();
+    if (isCompleteWindowsBundle(QDir(source)))
+        return tallyTree(source);
+    CopyTally tally = tallyTree(sources.windowsExecutable);
+    if (!deployToolPresent)
+        tally += tallyTree(source);
+    QDirIterator libraries(source, {QStringLiteral("*.dll")}, QDir::Files | QDir::Readable);
+    while (libraries.hasNext())
+        tally += tallyTree(libraries.next());
+    return tally;
+}
+
+CopyTally linuxCopyTally(const PreparationSources &sources)
+{
+    if (sources.linuxExecutable.isEmpty())
+        return {};
+    const QString source = sources.linuxBundleDirectory();
+    return tallyTree(isLinuxBundle(QDir(source)) ? source : sources.linuxExecutable);
+}
+
+// The copy of both bundles as the caller follows it: the bytes done against those of both bundles, and
+// what is left when the caller stops it.
+class BundleCopy
+{
+public:
+    enum Bundle { Windows, Linux };
+
+    BundleCopy(const PreparationControl &control, const CopyTally &windows, const CopyTally &linux)
+        : m_control(control)
+        , m_total{windows, linux}
+    {}
+
+    CopyObserver observer(Bundle bundle)
+    {
+        return {[this, bundle](qint64 bytes, int files) { copied(bundle, bytes, files); },
+                [this](QString *why) { return stopRequested(why); }};
+    }
+
+    // Asked before each file and each copy; true, with what is left in *why, when the caller stops.
+    bool stopRequested(QString *why) const
+    {
+        if (!m_control.stop || !m_control.stop())
+            return false;
+        *why = leftText();
+        return true;
+    }
+
+    // Ends the count at the total even where a file counted beforehand was not there to copy.
+    void finish()
+    {
+        if (m_control.bytes && doneBytes() < totalBytes())
+            m_control.bytes(totalBytes(), totalBytes(), name(m_last));
+    }
+
+private:
+    static QString name(Bundle bundle)
+    {
+        return bundle == Windows ? QStringLiteral("Windows") : QStringLiteral("Linux");
+    }
+    qint64 totalBytes() const { return m_total[Windows].bytes + m_total[Linux].bytes; }
+    // A file whose size changed since it was counted must not push the count past the total.
+    qint64 doneBytes() const { return qMin(totalBytes(), m_done[Windows].bytes + m_done[Linux].bytes); }
+
+    void copied(Bundle bundle, qint64 bytes, int files)
+    {
+        m_done[bundle] += {files, bytes};
+        m_last = bundle;
+        if (m_control.bytes)
+            m_control.bytes(doneBytes(), totalBytes(), name(bundle));
+    }
+
+    QString leftText() const
+    {
+        QStringList left;
+        for (const Bundle bundle : {Windows, Linux}) {
+            const qint64 files = m_total[bundle].files - m_done[bundle].files;
+            if (files > 0)
+                left.append(QStringLiteral("%1 de %2 arquivo(s) do bundle %3 (%4 MB)")
+                                .arg(files)
+                                .arg(m_total[bundle].files)
+                                .arg(name(bundle), megabytesText(qMax<qint64>(0, m_total[bundle].bytes -
+                                                                                     m_done[bundle].bytes))));
+        }
+        left.append(QStringLiteral("os inicializadores e o README"));
+        return QStringLiteral("Preparacao interrompida. Nao foram copiados: %1. Prepare a unidade novamente "
+                              "para concluir.")
+            .arg(left.join(QStringLiteral("; ")));
+    }
+
+    const PreparationControl &m_control;
+    CopyTally m_total[2];
+    CopyTally m_done[2];
+    Bundle m_last = Windows;
+};
+
 } // namespace
+
+QString megabytesText(qint64 bytes)
+{
+    return QString::number(double(bytes) / (1024 * 1024), 'f', 1).replace(QLatin1Char('.'), QLatin1Char(','));
+}
 
 DrivePreparer::DrivePreparer()
     : m_deployTool(WindowsDeployTool::fromQtInstallation())
@@ -63,8 +170,8 @@ DrivePreparer::DrivePreparer(WindowsDeployTool deployTool)
 {}
 
 PreparationResult DrivePreparer::prepare(const QString &driveRoot, const PreparationSources &sources,
-                                         const PreparationProgress &progress,
-                                         const PreparationGate &gate) const
+                                         const PreparationProgress &progress, const PreparationGate &gate,
+                                         const PreparationControl &control) const
 {
     PreparationResult result;
     const auto report = [&progress](int step, const QString &message) {
@@ -91,19 +198,29 @@ PreparationResult DrivePreparer::prepare(const QString &driveRoot, const Prepara
         !ensureDirectory(linuxFolder, result) || !checkCapacity(driveRoot, productFolder, sources, result))
         return result;
 
+    // Counting the bundles' files beforehand takes a walk of each: only for a caller that follows the copy.
+    const bool followed = control.bytes || control.stop;
+    BundleCopy copy(
+        control, followed ? windowsCopyTally(sources, QFileInfo::exists(m_deployTool.program)) : CopyTally(),
+        followed ? linuxCopyTally(sources) : CopyTally());
     if (!beginWritingStep(2, QStringLiteral("Copiando bundle Windows...")))
         return result;
     if (!sources.windowsExecutable.isEmpty()) {
         const QString source = sources.windowsBundleDirectory();
+        const CopyObserver observer = copy.observer(BundleCopy::Windows);
         removeInterruptedCopies(source, windowsFolder);
         if (isCompleteWindowsBundle(QDir(source))) {
-            if (!copyDirectory(source, windowsFolder, result))
+            if (!copyDirectory(source, windowsFolder, result, observer))
                 return result;
         } else {
             QString copiedExecutable;
-            if (!copyExecutable(sources.windowsExecutable, windowsFolder, &copiedExecutable, result) ||
-                !deployWindowsRuntime(copiedExecutable, source, result, m_deployTool) ||
-                !copyWindowsLibraries(windowsFolder, source, result))
+            if (copy.stopRequested(&result.message) ||
+                !copyExecutable(sources.windowsExecutable, windowsFolder, &copiedExecutable, result,
+                                observer) ||
+                copy.stopRequested(&result.message) ||
+                !deployWindowsRuntime(copiedExecutable, source, result, m_deployTool, observer) ||
+                copy.stopRequested(&result.message) ||
+                !copyWindowsLibraries(windowsFolder, source, result, observer))
                 return result;
         }
     }
@@ -112,17 +229,20 @@ PreparationResult DrivePreparer::prepare(const QString &driveRoot, const Prepara
         return result;
     if (!sources.linuxExecutable.isEmpty()) {
         const QString source = sources.linuxBundleDirectory();
+        const CopyObserver observer = copy.observer(BundleCopy::Linux);
         removeInterruptedCopies(source, linuxFolder);
         if (isLinuxBundle(QDir(source))) {
-            if (!copyDirectory(source, linuxFolder, result))
+            if (!copyDirectory(source, linuxFolder, result, observer))
                 return result;
         } else {
             QString copiedExecutable;
-            if (!copyExecutable(sources.linuxExecutable, linuxFolder, &copiedExecutable, result))
+            if (copy.stopRequested(&result.message) ||
+                !copyExecutable(sources.linuxExecutable, linuxFolder, &copiedExecutable, result, observer))
                 return result;
             addExecutePermission(copiedExecutable);
         }
     }
+    copy.finish();
 
     // Step 4 is never reported; the numbering is intended and kept.
     if (!beginWritingStep(5, QStringLiteral("Criando inicializador Windows...")) ||

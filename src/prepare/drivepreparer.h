@@ -16,6 +16,20 @@ using PreparationProgress = std::function<void(int step, int total, const QStrin
 // in *error, ends the preparation there with that reason as its message.
 using PreparationGate = std::function<bool(QString *error)>;
 
+// How a caller follows the copy of the bundles and stops it, called on the thread that prepares.
+struct PreparationControl
+{
+    // Told as files are copied or found in place: the bytes done so far, which only grow and end at the
+    // bytes of both bundles together, those, and the bundle at work: "Windows" or "Linux".
+    std::function<void(qint64 doneBytes, qint64 totalBytes, const QString &bundle)> bytes;
+    // Asked before each file; true ends the preparation there, with what was not copied in its message.
+    // The files copied so far stay on the drive, each whole.
+    std::function<bool()> stop;
+};
+
+// A byte count in megabytes with one decimal, written the Brazilian way: "12,3".
+QString megabytesText(qint64 bytes);
+
 // Turns a mounted drive into a portable Tavrinox drive: the Tavrinox folder with both bundles, the two
 // launchers at the root and the README. Nothing is formatted or deleted; a preparation that stops
 // half-way leaves what it wrote, and running it again continues over it.
@@ -26,8 +40,8 @@ public:
     explicit DrivePreparer(WindowsDeployTool deployTool);
 
     PreparationResult prepare(const QString &driveRoot, const PreparationSources &sources,
-                              const PreparationProgress &progress = {},
-                              const PreparationGate &gate = {}) const;
+                              const PreparationProgress &progress = {}, const PreparationGate &gate = {},
+                              const PreparationControl &control = {}) const;
 
 private:
     WindowsDeployTool m_deployTool;

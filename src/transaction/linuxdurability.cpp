@@ -4,6 +4,7 @@
 #include <QFile>
 
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -49,6 +50,21 @@ bool flushTree(const QString &path)
 bool renameEntry(const QString &from, const QString &to)
 {
     return QDir().rename(from, to);
+}
+
+bool flushFiles(const QStringList &files)
+{
+    return files.isEmpty() || flushTree(files.first());
+}
+
+bool replaceEntry(const QString &from, const QString &to)
+{
+    return ::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
+}
+
+bool flushReplacements(const QStringList &replacedFiles)
+{
+    return flushFiles(replacedFiles);
 }
 
 } // namespace Tavrinox

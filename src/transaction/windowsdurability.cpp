@@ -50,4 +50,25 @@ bool renameEntry(const QString &from, const QString &to)
     return MoveFileExW(nativePath(from).c_str(), nativePath(to).c_str(), MOVEFILE_WRITE_THROUGH);
 }
 
+// Flushing a whole volume needs administrator rights, so each file goes on its own.
+bool flushFiles(const QStringList &files)
+{
+    for (const QString &file : files) {
+        if (!flushEntry(file))
+            return false;
+    }
+    return true;
+}
+
+bool replaceEntry(const QString &from, const QString &to)
+{
+    return MoveFileExW(nativePath(from).c_str(), nativePath(to).c_str(),
+                       MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
+}
+
+bool flushReplacements(const QStringList &)
+{
+    return true;
+}
+
 } // namespace Tavrinox

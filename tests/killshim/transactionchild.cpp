@@ -3,8 +3,10 @@
 //   transactionchild recover <driveRoot>
 //   transactionchild apply <driveRoot> <packageUrl> <sha256> <size>   (as version 1.1.0, from the test's
 //   server)
+//   transactionchild prepare <driveRoot> <windowsBundle> <linuxBundle>
 // Exit code 0 on success, 1 on a reported failure (message on standard error), 2 on bad usage.
 #include "buildconfig.h"
+#include "prepare/drivepreparer.h"
 #include "support/httpsserver.h"
 #include "transaction/bundlepromotion.h"
 #include "transaction/updaterecovery.h"
@@ -33,13 +35,20 @@ int main(int argc, char *argv[])
         const UpdateApplyResult result = applyUpdate(arguments.at(2), manifest);
         ok = result.ok;
         error = result.error;
+    } else if (arguments.size() == 5 && arguments.at(1) == QLatin1String("prepare")) {
+        const PreparationResult result =
+            DrivePreparer().prepare(arguments.at(2), {arguments.at(3) + "/Tavrinox.exe", arguments.at(3),
+                                                      arguments.at(4) + "/Tavrinox", arguments.at(4)});
+        ok = result.success;
+        error = result.message;
     } else if (arguments.size() == 3 && arguments.at(1) == QLatin1String("recover")) {
         ok = recoverPendingUpdate(arguments.at(2), &message, &error);
     } else {
         QTextStream(stderr)
             << "usage: transactionchild promote <driveRoot> <packageRoot> <version> <sha256>\n"
                "       transactionchild recover <driveRoot>\n"
-               "       transactionchild apply <driveRoot> <packageUrl> <sha256> <size>\n";
+               "       transactionchild apply <driveRoot> <packageUrl> <sha256> <size>\n"
+               "       transactionchild prepare <driveRoot> <windowsBundle> <linuxBundle>\n";
         return 2;
     }
     QTextStream(stdout) << message << '\n';
