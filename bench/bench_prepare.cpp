@@ -8,7 +8,7 @@
 //   second form sync leaves the by-hand copy in that cache (it writes the loop device out to the image
 //   file only after the image file's own file system has been synced), so only the preparation's flushes
 //   reach the disk there.
-// Each figure is the median of five rounds.
+// Each figure is the median of seven rounds.
 // Usage: bench_prepare [work folder]   (default: the system's temporary folder)
 
 #include "prepare/drivepreparer.h"
@@ -31,7 +31,7 @@ namespace {
 
 constexpr qint64 kKiB = 1024;
 constexpr qint64 kMiB = 1024 * kKiB;
-constexpr int kRounds = 5;
+constexpr int kRounds = 7;
 
 struct Bundle
 {

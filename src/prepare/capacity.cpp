@@ -99,8 +99,11 @@ bool checkCapacity(const QString &driveRoot, const QString &targetDirectory,
         return false;
     }
     const qint64 estimate = estimateWindowsBundleSize(sources) + estimateLinuxBundleSize(sources);
-    return capacityAllows(volume.bytesTotal(), volume.bytesAvailable(), directorySize(targetDirectory),
-                          estimate, &result.message);
+    const qint64 available = volume.bytesAvailable();
+    // What the drive's folder holds matters only when the free space alone is short, and counting it
+    // walks every file of a prepared drive.
+    const qint64 reclaimable = available < estimate ? directorySize(targetDirectory) : 0;
+    return capacityAllows(volume.bytesTotal(), available, reclaimable, estimate, &result.message);
 }
 
 } // namespace Tavrinox

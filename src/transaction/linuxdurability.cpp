@@ -6,11 +6,15 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 namespace Tavrinox {
 
 namespace {
+
+// The type that statfs reports for every FUSE file system, block-device backed or not.
+constexpr decltype(statfs::f_type) kFuseMagic = 0x65735546;
 
 // Some file systems cannot sync a directory (EINVAL) or anything at all (ENOTSUP); there is then
 // nothing more this program can put on the medium.
@@ -41,9 +45,12 @@ bool flushTree(const QString &path)
 {
     // One syncfs writes out every file and directory of a kernel file system, far cheaper than an fsync
     // per file. A FUSE file system (exfat-fuse, as USB sticks are often mounted) ignores syncfs but puts
-    // all its state on the medium when asked to fsync any entry, so the tree's top is asked as well.
+    // all its state on the medium when asked to fsync any entry, so there the tree's top is asked as
+    // well; a kernel file system would only flush the disk's cache a second time.
     return syncPath(path, [](int descriptor) {
-        return ::syncfs(descriptor) == 0 && syncedOrUnsupported(::fsync(descriptor));
+        struct statfs volume;
+        const bool fuse = ::fstatfs(descriptor, &volume) != 0 || volume.f_type == kFuseMagic;
+        return ::syncfs(descriptor) == 0 && (!fuse || syncedOrUnsupported(::fsync(descriptor)));
     });
 }
 
