@@ -4,7 +4,7 @@
 #include "buildconfig.h"
 #include "transaction/updatestate.h"
 
-#include <QEventLoop>
+#include <QCoreApplication>
 #include <QMessageBox>
 #include <QThread>
 
@@ -118,10 +118,13 @@ void ConfigWindow::prepareSelectedDevice()
     const std::unique_ptr<QThread> worker(QThread::create([&] {
         result = m_preparer.prepare(root, sources, view.steps(), gate, {view.bytes(), {}});
     }));
-    QEventLoop waiting;
-    connect(worker.get(), &QThread::finished, &waiting, &QEventLoop::quit);
+    // Events are served until the thread is done, even should the application be asked to quit meanwhile:
+    // the thread waits on the dialog to show each step.
+    bool finished = false;
+    connect(worker.get(), &QThread::finished, this, [&finished] { finished = true; });
     worker->start();
-    waiting.exec();
+    while (!finished)
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     worker->wait();
     endBusy();
 
