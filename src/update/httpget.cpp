@@ -13,6 +13,8 @@ namespace Tavrinox {
 
 namespace {
 
+constexpr qint64 kReadBufferSize = 4 * 1024 * 1024;
+
 // The body of an answer that failed (an error page) or only redirects is read and dropped.
 bool isSuccessfulAnswer(const QNetworkReply *reply)
 {
@@ -35,6 +37,9 @@ bool httpGetStreamed(const QUrl &url, int timeoutMs, const HttpBodyReceiver &rec
     QTimer timer;
     timer.setSingleShot(true);
     QNetworkReply *reply = manager.get(request);
+    // Qt receives on a thread of its own; a bounded buffer makes it wait for this thread instead of
+    // gathering the rest of the body in memory while the pieces before are still being taken.
+    reply->setReadBufferSize(kReadBufferSize);
     QString refusal;
     bool refused = false;
     // Reading each piece as it comes keeps the reply from holding a second copy of the body.
