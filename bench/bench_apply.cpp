@@ -101,8 +101,9 @@ int applyInChild(const QStringList &arguments)
         current = report.phase;
     };
     const Tavrinox::UpdateApplyResult result =
-        QtConcurrent::run([&] { return Tavrinox::applyUpdate(arguments.at(1), manifest, {}, progress); })
-            .result();
+        QtConcurrent::run([&] {
+            return Tavrinox::applyUpdate(arguments.at(1), manifest, {}, progress);
+        }).result();
     const qint64 elapsedMs = timer.elapsed();
     if (!result.ok) {
         std::fprintf(stderr, "apply failed: %s\n", qPrintable(result.error));
@@ -230,7 +231,8 @@ void printSteps(const char *who, const QStringList &names, const QList<QList<dou
         QList<double> values;
         for (const QList<double> &round : rounds)
             values.append(round.value(i));
-        std::printf(" %s %.2f s%s", qPrintable(names.at(i)), median(values), i + 1 < names.size() ? "," : "\n");
+        std::printf(" %s %.2f s%s", qPrintable(names.at(i)), median(values),
+                    i + 1 < names.size() ? "," : "\n");
     }
 }
 
@@ -248,8 +250,9 @@ void printHashSpeeds(const QByteArray &package, const QString &zip)
     const double ours = timer.nsecsElapsed() / 1e9;
     timer.restart();
     run(QStringLiteral("sha256sum"), {zip});
-    std::printf("hash of the package alone: QCryptographicHash %.2f s, OpenSSL (used) %.2f s, sha256sum %.2f s\n",
-                qt, ours, timer.nsecsElapsed() / 1e9);
+    std::printf(
+        "hash of the package alone: QCryptographicHash %.2f s, OpenSSL (used) %.2f s, sha256sum %.2f s\n", qt,
+        ours, timer.nsecsElapsed() / 1e9);
 }
 
 } // namespace
@@ -308,9 +311,10 @@ int main(int argc, char **argv)
     printSteps("manager", kManagerSteps, managerSteps);
     printSteps("by hand", kHandSteps, handSteps);
     const double packageMiB = double(package.size()) / kMiB;
-    std::printf("manager peak resident memory: %.1f MiB, package %.1f MiB, above the package %.1f MiB (goal <= "
-                "80 MiB)\n",
-                peakKiB / 1024.0, packageMiB, peakKiB / 1024.0 - packageMiB);
+    std::printf(
+        "manager peak resident memory: %.1f MiB, package %.1f MiB, above the package %.1f MiB (goal <= "
+        "80 MiB)\n",
+        peakKiB / 1024.0, packageMiB, peakKiB / 1024.0 - packageMiB);
     const QString zip = work.filePath(QStringLiteral("package.zip"));
     QFile zipFile(zip);
     if (zipFile.open(QIODevice::WriteOnly) && zipFile.write(package) == package.size() && zipFile.flush())

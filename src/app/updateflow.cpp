@@ -39,6 +39,19 @@ void dismissBusyDialog(QProgressDialog *dialog)
     dialog->deleteLater();
 }
 
+// The bar moves with the download's bytes when their total is known, and is a busy bar otherwise.
+void showApplyProgress(QProgressDialog *dialog, const UpdateApplyProgress &progress)
+{
+    constexpr int kSteps = 1000;
+    dialog->setLabelText(updateApplyProgressText(progress));
+    if (progress.phase != UpdateApplyPhase::Downloading || progress.total <= 0) {
+        dialog->setRange(0, 0);
+        return;
+    }
+    dialog->setRange(0, kSteps);
+    dialog->setValue(int(qMin<qint64>(kSteps, progress.received * kSteps / progress.total)));
+}
+
 bool isWritableVolume(const QString &root)
 {
     const QStorageInfo storage(root);
@@ -167,8 +180,15 @@ void ConfigWindow::startUpdateApply(const QString &root, const UpdateManifest &m
         setError(error, QStringLiteral("Feche o Tavrinox antes de atualizar os bundles da unidade USB."));
         return false;
     };
-    watcher->setFuture(QtConcurrent::run(
-        QThreadPool::globalInstance(), [root, manifest, gate] { return applyUpdate(root, manifest, gate); }));
+    // The apply reports from its own thread: each report is queued to the dialog, and the reports still
+    // queued when the dialog is deleted go with it.
+    const UpdateApplyProgressHandler progress = [dialog](const UpdateApplyProgress &report) {
+        QMetaObject::invokeMethod(
+            dialog, [dialog, report] { showApplyProgress(dialog, report); }, Qt::QueuedConnection);
+    };
+    watcher->setFuture(QtConcurrent::run(QThreadPool::globalInstance(), [root, manifest, gate, progress] {
+        return applyUpdate(root, manifest, gate, progress);
+    }));
 }
 
 } // namespace Tavrinox

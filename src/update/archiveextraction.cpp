@@ -110,8 +110,7 @@ class TreeWriter
 public:
     explicit TreeWriter(const QString &destination)
         : m_destination(destination)
-    {
-    }
+    {}
 
     bool write(archive *reader, archive_entry *entry, QString *reason)
     {
@@ -129,7 +128,8 @@ public:
             return makeFolder(path, reason);
         case AE_IFREG: {
             const int slash = path.lastIndexOf(QLatin1Char('/'));
-            return (slash < 0 || makeFolder(path.left(slash), reason)) && writeFile(reader, entry, path, reason);
+            return (slash < 0 || makeFolder(path.left(slash), reason)) &&
+                   writeFile(reader, entry, path, reason);
         }
         case AE_IFLNK:
             *reason = QStringLiteral("entrada que é link simbólico: %1").arg(name);
@@ -141,7 +141,10 @@ public:
     }
 
 private:
-    QByteArray target(const QString &path) const { return QFile::encodeName(m_destination + QLatin1Char('/') + path); }
+    QByteArray target(const QString &path) const
+    {
+        return QFile::encodeName(m_destination + QLatin1Char('/') + path);
+    }
 
     // Makes a folder and its missing parents, each once.
     bool makeFolder(const QString &path, QString *reason)
@@ -153,7 +156,8 @@ private:
             return false;
         struct stat existing;
         if (::mkdir(target(path).constData(), 0755) != 0 &&
-            (errno != EEXIST || ::lstat(target(path).constData(), &existing) != 0 || !S_ISDIR(existing.st_mode))) {
+            (errno != EEXIST || ::lstat(target(path).constData(), &existing) != 0 ||
+             !S_ISDIR(existing.st_mode))) {
             *reason = writeFailure(errno, path);
             return false;
         }

@@ -109,7 +109,8 @@ bool downloadPackage(const UpdateManifest &manifest, ProgressReporter *progress,
     Sha256 hash;
     const auto receive = [&](const QByteArray &piece, QString *refusal) {
         if (manifest.size >= 0 && body->size() + piece.size() > manifest.size) {
-            *refusal = QStringLiteral("Tamanho do pacote divergente. Esperado: %1 bytes. Recebido: mais de %1 bytes.")
+            *refusal = QStringLiteral(
+                           "Tamanho do pacote divergente. Esperado: %1 bytes. Recebido: mais de %1 bytes.")
                            .arg(manifest.size);
             return false;
         }

@@ -34,14 +34,10 @@ class Reader
 public:
     explicit Reader(QByteArrayView bytes)
         : m_bytes(bytes)
-    {
-    }
+    {}
 
     bool has(qint64 at, qint64 size) const { return at >= 0 && size >= 0 && at + size <= m_bytes.size(); }
-    template<typename T> T read(qint64 at) const
-    {
-        return qFromLittleEndian<T>(m_bytes.data() + at);
-    }
+    template<typename T> T read(qint64 at) const { return qFromLittleEndian<T>(m_bytes.data() + at); }
     QByteArrayView view(qint64 at, qint64 size) const { return m_bytes.sliced(at, size); }
     qint64 size() const { return m_bytes.size(); }
 
@@ -161,7 +157,9 @@ bool readZipDirectory(QByteArrayView bytes, QList<ZipEntryRecord> *entries, QStr
 
 QString normalizedEntryPath(const QString &name)
 {
-    QStringList segments = QString(name).replace(QLatin1Char('\\'), QLatin1Char('/')).split(QLatin1Char('/'), Qt::SkipEmptyParts);
+    QStringList segments = QString(name)
+                               .replace(QLatin1Char('\\'), QLatin1Char('/'))
+                               .split(QLatin1Char('/'), Qt::SkipEmptyParts);
     segments.removeAll(QStringLiteral("."));
     return segments.join(QLatin1Char('/'));
 }
@@ -252,8 +250,9 @@ bool inspectZipBeforeExtraction(const QString &zipPath, const QString &destDir, 
         return false;
     const QStorageInfo storage(destDir);
     if (storage.isValid() && storage.isReady() && unpacked > storage.bytesAvailable()) {
-        *reason = QStringLiteral("o pacote descompactado ocupa %1 MB, mais que os %2 MB livres na unidade USB")
-                      .arg(megabytes(unpacked), megabytes(storage.bytesAvailable()));
+        *reason =
+            QStringLiteral("o pacote descompactado ocupa %1 MB, mais que os %2 MB livres na unidade USB")
+                .arg(megabytes(unpacked), megabytes(storage.bytesAvailable()));
         return false;
     }
     return true;

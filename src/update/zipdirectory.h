@@ -9,8 +9,8 @@ namespace Tavrinox {
 // One entry of a ZIP's central directory, as the archive declares it.
 struct ZipEntryRecord
 {
-    QString name;          // as stored, with backslashes turned into slashes
-    quint32 unixMode = 0;  // type and permission bits when the archive was made on a Unix system, else 0
+    QString name;         // as stored, with backslashes turned into slashes
+    quint32 unixMode = 0; // type and permission bits when the archive was made on a Unix system, else 0
     qint64 uncompressedSize = 0;
 };
 
