@@ -40,19 +40,18 @@ bool anyExists(const QDir &directory, std::initializer_list<const char *> names)
     return false;
 }
 
-// A folder with the Qt libraries, the platform plugin and the MSVC runtime already runs as it is.
-bool isCompleteWindowsBundle(const QDir &directory)
-{
-    return allExist(directory, {"Qt6Core.dll", "platforms/qwindows.dll", "vcruntime140.dll",
-                                "vcruntime140_1.dll", "msvcp140.dll"});
-}
-
-bool isLinuxBundle(const QDir &directory)
-{
-    return anyExists(directory, {"lib", "plugins", "qt.conf"});
-}
-
 } // namespace
+
+bool isCompleteWindowsBundle(const QString &directory)
+{
+    return allExist(QDir(directory), {"Qt6Core.dll", "platforms/qwindows.dll", "vcruntime140.dll",
+                                      "vcruntime140_1.dll", "msvcp140.dll"});
+}
+
+bool isLinuxBundle(const QString &directory)
+{
+    return anyExists(QDir(directory), {"lib", "plugins", "qt.conf"});
+}
 
 DrivePreparer::DrivePreparer()
     : m_deployTool(WindowsDeployTool::fromQtInstallation())
@@ -63,7 +62,8 @@ DrivePreparer::DrivePreparer(WindowsDeployTool deployTool)
 {}
 
 PreparationResult DrivePreparer::prepare(const QString &driveRoot, const PreparationSources &sources,
-                                         const PreparationProgress &progress) const
+                                         const PreparationProgress &progress,
+                                         const FileCopiedCallback &fileCopied) const
 {
     PreparationResult result;
     const auto report = [&progress](int step, const QString &message) {
@@ -89,8 +89,8 @@ PreparationResult DrivePreparer::prepare(const QString &driveRoot, const Prepara
     report(2, QStringLiteral("Copiando bundle Windows..."));
     if (!sources.windowsExecutable.isEmpty()) {
         const QString source = sources.windowsBundleDirectory();
-        if (isCompleteWindowsBundle(QDir(source))) {
-            if (!copyDirectory(source, windowsFolder, result))
+        if (isCompleteWindowsBundle(source)) {
+            if (!copyDirectory(source, windowsFolder, result, fileCopied))
                 return result;
         } else {
             QString copiedExecutable;
@@ -104,8 +104,8 @@ PreparationResult DrivePreparer::prepare(const QString &driveRoot, const Prepara
     report(3, QStringLiteral("Copiando bundle Linux..."));
     if (!sources.linuxExecutable.isEmpty()) {
         const QString source = sources.linuxBundleDirectory();
-        if (isLinuxBundle(QDir(source))) {
-            if (!copyDirectory(source, linuxFolder, result))
+        if (isLinuxBundle(source)) {
+            if (!copyDirectory(source, linuxFolder, result, fileCopied))
                 return result;
         } else {
             QString copiedExecutable;

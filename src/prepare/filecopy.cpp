@@ -68,7 +68,8 @@ bool copyFile(const QString &source, const QString &destination, PreparationResu
         }
         if (output.write(chunk) != chunk.size())
             return fail(result, QStringLiteral("Nao foi possivel gravar o arquivo: %1").arg(destination));
-        // The copy runs on the GUI thread under a progress dialog, which must keep painting.
+        // The window copies on the GUI thread under a progress dialog, which must keep painting. On a
+        // worker thread this serves only that thread's own events, and the copy posts none there.
         QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
     }
     if (!output.commit())
@@ -78,7 +79,8 @@ bool copyFile(const QString &source, const QString &destination, PreparationResu
     return succeed(result, destination);
 }
 
-bool copyDirectory(const QString &source, const QString &destination, PreparationResult &result)
+bool copyDirectory(const QString &source, const QString &destination, PreparationResult &result,
+                   const FileCopiedCallback &fileCopied)
 {
     if (!QFileInfo(source).isDir())
         return fail(result, QStringLiteral("Pasta de origem nao encontrada: %1").arg(source));
@@ -92,11 +94,13 @@ bool copyDirectory(const QString &source, const QString &destination, Preparatio
         const QFileInfo entry = entries.fileInfo();
         const QString targetPath = target.filePath(entry.fileName());
         if (entry.isDir()) {
-            if (!copyDirectory(entry.absoluteFilePath(), targetPath, result))
+            if (!copyDirectory(entry.absoluteFilePath(), targetPath, result, fileCopied))
                 return false;
         } else if (entry.isFile()) {
             if (!copyFile(entry.absoluteFilePath(), targetPath, result))
                 return false;
+            if (fileCopied && !fileCopied(entry.size()))
+                return fail(result, QStringLiteral("Preparacao interrompida."));
         }
     }
     return true;

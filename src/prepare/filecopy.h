@@ -5,6 +5,8 @@
 #include <QDir>
 #include <QString>
 
+#include <functional>
+
 namespace Tavrinox {
 
 // The writes of a drive preparation. Each returns false with its message in result.message, and
@@ -17,8 +19,13 @@ bool ensureDirectory(const QString &path, PreparationResult &result);
 // Copies one regular file. A destination of the source's size is taken as already copied.
 bool copyFile(const QString &source, const QString &destination, PreparationResult &result);
 
+// Told after each file of a directory copy (copied or already in place) with its size. Answering false
+// stops the copy there, before the next file, so a long copy can show its bytes and end cleanly.
+using FileCopiedCallback = std::function<bool(qint64 fileSize)>;
+
 // Copies a directory tree without its hidden entries, stopping at the first failure.
-bool copyDirectory(const QString &source, const QString &destination, PreparationResult &result);
+bool copyDirectory(const QString &source, const QString &destination, PreparationResult &result,
+                   const FileCopiedCallback &fileCopied = {});
 
 // Replaces a text file atomically, UTF-8 without a byte-order mark, in the platform's text form.
 bool writeTextFile(const QString &path, const QString &text, PreparationResult &result);
