@@ -62,6 +62,18 @@ bool askYesNo(const QString &question)
     return answer == QLatin1String("s") || answer == QLatin1String("sim");
 }
 
+QString oneLine(const QString &message)
+{
+    QString line;
+    for (const QString &part : message.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+        if (!line.isEmpty())
+            line += line.endsWith(QLatin1Char('.')) || line.endsWith(QLatin1Char(':')) ? QStringLiteral(" ")
+                                                                                       : QStringLiteral("; ");
+        line += part.trimmed();
+    }
+    return line;
+}
+
 QString formatBytes(qint64 bytes)
 {
     return QLocale(QLocale::Portuguese, QLocale::Brazil)

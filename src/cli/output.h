@@ -18,6 +18,9 @@ void printJson(const QJsonObject &object);
 // anything else, an empty line and the end of the input included, is no.
 bool askYesNo(const QString &question);
 
+// A message written for a box, on one line: its lines joined after their punctuation, or with "; ".
+QString oneLine(const QString &message);
+
 // A size as people read it: "12,5 MB".
 QString formatBytes(qint64 bytes);
 

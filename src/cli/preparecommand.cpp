@@ -95,7 +95,7 @@ void reportDrive(const DriveRun &run, const CopyPlan &plan)
                 .arg(plan.files)
                 .arg(formatBytes(plan.bytes - run.bytesCopied)));
     } else {
-        printResult(QStringLiteral("Falha em %1: %2").arg(run.root, run.result.message));
+        printResult(QStringLiteral("Falha em %1: %2").arg(run.root, oneLine(run.result.message)));
     }
 }
 

@@ -126,7 +126,7 @@ int checkDrive(const CommandLine &line)
         return result.ok ? kExitSuccess : kExitFailed;
     }
     if (!result.ok) {
-        printResult(QStringLiteral("Falha ao consultar manifesto: %1").arg(result.error));
+        printResult(QStringLiteral("Falha ao consultar manifesto: %1").arg(oneLine(result.error)));
         return kExitFailed;
     }
     printResult(
@@ -160,7 +160,7 @@ int updateDrive(const CommandLine &line)
 
     const UpdateCheckResult check = checkInBackground(root, manifestUrl(line));
     if (!check.ok) {
-        printResult(QStringLiteral("Falha ao consultar manifesto: %1").arg(check.error));
+        printResult(QStringLiteral("Falha ao consultar manifesto: %1").arg(oneLine(check.error)));
         return kExitFailed;
     }
     const QString installed = installedText(check);
@@ -187,7 +187,7 @@ int updateDrive(const CommandLine &line)
         QStringLiteral("Interrupção recebida: a atualização em andamento termina ou é revertida antes de o "
                        "programa sair."));
     if (!result.ok) {
-        printResult(QStringLiteral("Falha ao aplicar atualização: %1").arg(result.error));
+        printResult(QStringLiteral("Falha ao aplicar atualização: %1").arg(oneLine(result.error)));
         return kExitFailed;
     }
     printResult(QStringLiteral("Unidade atualizada para Tavrinox %1.").arg(result.version));
