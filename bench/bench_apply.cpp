@@ -1,9 +1,12 @@
 // Applies a package of about 100 MB, served over HTTPS from 127.0.0.1, to a prepared drive folder, and
 // does the same by hand in the same run: curl, sha256sum, bsdtar -x (or unzip), and one mv per bundle.
 // The apply runs in a child process, so its peak memory is the manager's alone.
+// Then it measures what putting each step on the medium costs: the same apply on an exFAT loop volume
+// (as root), once as it is and once under eatmydata, which turns every fsync and syncfs into nothing.
 // Usage: bench_apply [work folder]   (default: the system's temporary folder)
 
 #include "support/httpsserver.h"
+#include "support/loopvolume.h"
 #include "support/zippackage.h"
 #include "update/updateapply.h"
 
@@ -97,13 +100,16 @@ bool run(const QString &program, const QStringList &arguments, QByteArray *outpu
     return true;
 }
 
-// Seconds for the manager's apply, measured by the child; its peak resident size goes to peakKiB.
+// Seconds for the manager's apply, measured by the child; its peak resident size goes to peakKiB. A
+// wrapper, when given, runs the child (eatmydata).
 double secondsWithManager(const QString &root, const QUrl &url, const QString &sha256, qint64 size,
-                          long *peakKiB)
+                          long *peakKiB, const QString &wrapper = QString())
 {
+    QStringList arguments{kApplyMode, root, url.toString(), sha256, QString::number(size)};
+    if (!wrapper.isEmpty())
+        arguments.prepend(QCoreApplication::applicationFilePath());
     QByteArray output;
-    if (!run(QCoreApplication::applicationFilePath(),
-             {kApplyMode, root, url.toString(), sha256, QString::number(size)}, &output))
+    if (!run(wrapper.isEmpty() ? QCoreApplication::applicationFilePath() : wrapper, arguments, &output))
         return -1;
     const QList<QByteArray> figures = output.trimmed().split(' ');
     *peakKiB = std::max(*peakKiB, figures.value(1).toLong());
@@ -134,6 +140,33 @@ double secondsByHand(const QString &root, const QUrl &url, const QString &sha256
             return -1;
     }
     return timer.nsecsElapsed() / 1e9;
+}
+
+// The apply on an exFAT volume mounted through FUSE, as a USB stick often is on Linux, with and without
+// its flushes.
+void measureFlushCost(const QUrl &url, const QString &sha256, qint64 size)
+{
+    const QString eatmydata = QStandardPaths::findExecutable(QStringLiteral("eatmydata"));
+    LoopVolume volume;
+    QString why = QStringLiteral("eatmydata is not installed");
+    if (eatmydata.isEmpty() || !volume.mount(LoopVolume::FileSystem::ExFat, 1024 * kMiB, &why)) {
+        std::printf("flush cost on exFAT: not measured (%s)\n", qPrintable(why));
+        return;
+    }
+    double seconds[2] = {-1, -1};
+    long peakKiB = 0;
+    for (int withoutFlushes = 0; withoutFlushes < 2; ++withoutFlushes) {
+        const QString drive = volume.mountPoint() + QStringLiteral("/drive%1").arg(withoutFlushes);
+        if (!layOutPreparedDrive(drive, QStringLiteral("1.0.0"), "old"))
+            return;
+        seconds[withoutFlushes] =
+            secondsWithManager(drive, url, sha256, size, &peakKiB, withoutFlushes ? eatmydata : QString());
+        QDir(drive).removeRecursively();
+    }
+    if (seconds[0] < 0 || seconds[1] < 0)
+        return;
+    std::printf("flush cost on exFAT (one run each): with flushes %.2f s, without %.2f s, ratio %.2f\n",
+                seconds[0], seconds[1], seconds[0] / seconds[1]);
 }
 
 double median(QList<double> values)
@@ -191,5 +224,6 @@ int main(int argc, char **argv)
     std::printf("median: manager %.2f s, by hand %.2f s, ratio %.2f\n", manager, hand, manager / hand);
     std::printf("manager peak resident memory: %.1f MiB (package %.1f MiB)\n", peakKiB / 1024.0,
                 double(package.size()) / kMiB);
+    measureFlushCost(url, sha256, package.size());
     return 0;
 }

@@ -11,7 +11,7 @@ packages=(
     qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins libgl-dev
     libarchive-dev libarchive-tools libssl-dev
     g++-mingw-w64-x86-64-posix
-    exfatprogs exfat-fuse fuse3 e2fsprogs
+    exfatprogs exfat-fuse fuse3 e2fsprogs eatmydata
     openssl curl unzip
     xvfb xauth imagemagick
     dpkg-dev desktop-file-utils appstream lintian python3-yaml

@@ -65,11 +65,12 @@ private slots:
 
     void validJournalIsReadWhole()
     {
-        QVERIFY(writeUpdateJournal(m_drive->path(), QJsonObject{{"phase", "promoting-linux"}, {"id", "1"}}));
+        QVERIFY(writeUpdateJournal(m_drive->path(),
+                                   QJsonObject{{"phase", "promoting-linux"}, {"id", "20260301140509"}}));
         QJsonObject journal;
         QVERIFY(readPendingJournal(m_drive->path(), &journal));
         QCOMPARE(journal.value("phase").toString(), QStringLiteral("promoting-linux"));
-        QCOMPARE(journal.value("id").toString(), QStringLiteral("1"));
+        QCOMPARE(journal.value("id").toString(), QStringLiteral("20260301140509"));
     }
 
     void invalidJournalIsRefusedAndPreserved_data()

@@ -194,22 +194,6 @@ private slots:
         QCOMPARE(m_drive.live(), m_drive.oldBundles());
     }
 
-    void failedRestoreStopsBeforeLinuxAndKeepsThePhase()
-    {
-        swapBothBundles();
-        const QString unreachable = QDir(m_drive.root()).filePath("gone/windows");
-        QJsonObject journal = journalObject("promoting-linux", UpdateDrive::newVersion);
-        journal.insert("windowsPath", unreachable);
-        QVERIFY(writeUpdateJournal(m_drive.root(), journal));
-
-        QString error;
-        QVERIFY(!recoverPendingUpdate(m_drive.root(), nullptr, &error));
-        QCOMPARE(error, QStringLiteral("Não foi possível restaurar o backup de: %1").arg(unreachable));
-        QCOMPARE(treeDigest(linuxBackup()), m_drive.oldBundles().linux);
-        QCOMPARE(treeDigest(m_drive.linuxPath()), m_drive.newBundles().linux);
-        QCOMPARE(journalPhase(m_drive), QStringLiteral("promoting-linux"));
-    }
-
 private:
     QString windowsBackup() const { return m_drive.windowsPath() + ".backup-" + kId; }
     QString linuxBackup() const { return m_drive.linuxPath() + ".backup-" + kId; }

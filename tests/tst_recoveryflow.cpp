@@ -222,7 +222,8 @@ private slots:
     {
         QTemporaryDir drive;
         QVERIFY(QDir(drive.path()).mkpath(QStringLiteral("Tavrinox")));
-        QVERIFY(writeUpdateJournal(drive.path(), QJsonObject{{"id", "1"}, {"phase", "rolled-back"}}));
+        QVERIFY(writeUpdateJournal(drive.path(),
+                                   QJsonObject{{"id", "20260301140509"}, {"phase", "rolled-back"}}));
         const auto window = windowWith({driveAt(drive)}, m_emptyDir.path());
         const QString message = QStringLiteral("Uma atualização anterior já havia sido revertida; os "
                                                "arquivos de diagnóstico foram preservados.");

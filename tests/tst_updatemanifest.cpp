@@ -158,7 +158,7 @@ private slots:
     {
         QTest::addColumn<int>("status");            // 0: an empty body answered with 200
         QTest::addColumn<QString>("expectedError"); // %1 = the manifest URL
-        QTest::newRow("empty body") << 0 << "";
+        QTest::newRow("empty body") << 0 << "Manifesto inválido: o servidor respondeu sem conteúdo.";
         QTest::newRow("404") << 404 << "Error transferring %1 - server replied: Not Found";
     }
     void reportsAFailedFetchWithoutParsing()

@@ -30,14 +30,18 @@ bool useFolder(const QString &folder, const QString &executableName, QString *ex
     return true;
 }
 
-void collectFiles(const QString &folder, const QString &prefix, QMap<QString, QString> *files)
+// Walks as the bundle copy does, links back into the walked tree left out.
+void collectFiles(const QString &folder, const QString &prefix, QStringList &walk,
+                  QMap<QString, QString> *files)
 {
+    walk.append(QFileInfo(folder).canonicalFilePath());
     for (const QFileInfo &entry : QDir(folder).entryInfoList(kBundleEntryFilter, QDir::Name)) {
-        if (entry.isDir())
-            collectFiles(entry.absoluteFilePath(), prefix + entry.fileName() + QLatin1Char('/'), files);
+        if (entry.isDir() && !isWalkCycle(entry, walk))
+            collectFiles(entry.absoluteFilePath(), prefix + entry.fileName() + QLatin1Char('/'), walk, files);
         else if (entry.isFile())
             files->insert(prefix + entry.fileName(), entry.absoluteFilePath());
     }
+    walk.removeLast();
 }
 
 PlannedBundle planBundle(const QString &platform, const QString &driveFolder, const QString &executable,
@@ -106,7 +110,8 @@ QList<PlannedBundle> planBundles(const PreparationSources &sources)
 QMap<QString, QString> bundleFiles(const QString &folder)
 {
     QMap<QString, QString> files;
-    collectFiles(folder, QString(), &files);
+    QStringList walk;
+    collectFiles(folder, QString(), walk, &files);
     return files;
 }
 

@@ -70,7 +70,7 @@ void printTable(const QList<QStringList> &rows)
 
 int listDrives(const CommandLine &line)
 {
-    const std::unique_ptr<Platform::DeviceManager> manager = platformDeviceManager();
+    const std::shared_ptr<const Platform::DeviceManager> manager = platformDeviceManager();
     if (!manager) {
         printNote(QStringLiteral("Detecção de USB não disponível neste sistema."));
         return kExitFailed;

@@ -2,6 +2,7 @@
 
 #include "cli/commandline.h"
 #include "cli/output.h"
+#include "errortext.h"
 #include "platform/linux/linuxdevicemanager.h"
 #include "platform/windows/windowsdevicemanager.h"
 
@@ -34,23 +35,17 @@ bool samePath(const QString &left, const QString &right)
            comparablePath(left).compare(comparablePath(right), kPathCase) == 0;
 }
 
-bool sameDrive(const Platform::UsbDevice &left, const Platform::UsbDevice &right)
-{
-    return left.id == right.id && left.devicePath == right.devicePath && left.rootPath == right.rootPath &&
-           left.mounted == right.mounted;
-}
-
 } // namespace
 
-std::unique_ptr<Platform::DeviceManager> platformDeviceManager()
+std::shared_ptr<const Platform::DeviceManager> platformDeviceManager()
 {
 #if defined(Q_OS_WIN)
-    return std::make_unique<Platform::Windows::WindowsDeviceManager>();
+    return std::make_shared<Platform::Windows::WindowsDeviceManager>();
 #elif defined(Q_OS_LINUX)
     // Drive facts (sysfs, the mount table, udev's links) are read below this folder. A container that
     // sees the host's /sys, /dev/disk and mount table under one folder, and the host's drives at their
     // own mount points, lists the host's drives this way; the tests list drives they built.
-    return std::make_unique<Platform::Linux::LinuxDeviceManager>(
+    return std::make_shared<Platform::Linux::LinuxDeviceManager>(
         qEnvironmentVariable("TAVRINOX_SYSTEM_ROOT", QStringLiteral("/")));
 #else
     return nullptr;
@@ -81,7 +76,7 @@ DriveMatch findDrive(const QList<Platform::UsbDevice> &devices, const QString &n
 int resolveMountedDrives(const QStringList &names, const QString &notMountedText,
                          QList<Platform::UsbDevice> *drives)
 {
-    const std::unique_ptr<Platform::DeviceManager> manager = platformDeviceManager();
+    const std::shared_ptr<const Platform::DeviceManager> manager = platformDeviceManager();
     if (!manager) {
         printNote(QStringLiteral("Detecção de USB não disponível neste sistema."));
         return kExitFailed;
@@ -101,7 +96,8 @@ int resolveMountedDrives(const QStringList &names, const QString &notMountedText
         case DriveMatch::Found:
             break;
         }
-        if (!device.isUsable()) {
+        // A root that is only the folder left by an unmount counts as not mounted, as in the window.
+        if (!device.isUsable() || !manager->isVolumeAtRoot(device)) {
             printNote(QStringLiteral("%1: %2").arg(name, notMountedText));
             return kExitDriveMissing;
         }
@@ -116,16 +112,23 @@ int resolveMountedDrives(const QStringList &names, const QString &notMountedText
 
 bool isStillWhereChosen(const Platform::UsbDevice &chosen)
 {
-    const std::unique_ptr<Platform::DeviceManager> manager = platformDeviceManager();
-    const QList<Platform::UsbDevice> devices =
-        manager ? manager->listUsbDevices() : QList<Platform::UsbDevice>();
-    if (std::any_of(devices.cbegin(), devices.cend(),
-                    [&chosen](const Platform::UsbDevice &device) { return sameDrive(device, chosen); }))
+    const std::shared_ptr<const Platform::DeviceManager> manager = platformDeviceManager();
+    if (manager && Platform::isChosenDriveInPlace(*manager, chosen))
         return true;
     printNote(
         QStringLiteral("A unidade USB %1 foi removida ou montada em outro lugar; nada foi gravado nela.")
             .arg(chosen.rootPath));
     return false;
+}
+
+Platform::DriveWriteGate driveGate(const Platform::UsbDevice &chosen, const QString &refusal)
+{
+    return [manager = platformDeviceManager(), chosen, refusal](QString *error) {
+        if (manager && Platform::isChosenDriveInPlace(*manager, chosen))
+            return true;
+        setError(error, refusal);
+        return false;
+    };
 }
 
 } // namespace Tavrinox::Cli

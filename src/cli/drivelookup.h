@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/devicemanager.h"
+#include "platform/driveverification.h"
 
 #include <QList>
 #include <QString>
@@ -10,8 +11,9 @@
 
 namespace Tavrinox::Cli {
 
-// The drive enumerator the window uses on this platform; null where there is none.
-std::unique_ptr<Platform::DeviceManager> platformDeviceManager();
+// The drive enumerator the window uses on this platform; null where there is none. Shared, as the write
+// gates of the workers hold it.
+std::shared_ptr<const Platform::DeviceManager> platformDeviceManager();
 
 enum class DriveMatch { Found, NotFound, Ambiguous };
 
@@ -20,13 +22,18 @@ enum class DriveMatch { Found, NotFound, Ambiguous };
 DriveMatch findDrive(const QList<Platform::UsbDevice> &devices, const QString &name,
                      Platform::UsbDevice *device);
 
-// The named drives, listed and mounted, each named once. Otherwise says why on standard error (for
-// a drive that is listed but not mounted, with notMountedText) and returns the exit code.
+// The named drives, listed and mounted (their roots really the volumes' own), each named once.
+// Otherwise says why on standard error (for a drive that is listed but not mounted, with
+// notMountedText) and returns the exit code.
 int resolveMountedDrives(const QStringList &names, const QString &notMountedText,
                          QList<Platform::UsbDevice> *drives);
 
-// Lists the drives again right before writing: the drive must still be there, mounted where it was
-// when it was chosen. Otherwise says so on standard error.
+// Asks again right before writing, after the question: the drive must still be there, mounted where it
+// was when it was named. Otherwise says so on standard error.
 bool isStillWhereChosen(const Platform::UsbDevice &chosen);
+
+// The same question for a worker about to write: false, with refusal as the reason, once the drive has
+// gone or moved.
+Platform::DriveWriteGate driveGate(const Platform::UsbDevice &chosen, const QString &refusal);
 
 } // namespace Tavrinox::Cli

@@ -22,6 +22,9 @@ namespace Tavrinox::Cli {
 
 namespace {
 
+const QString kMountFirst =
+    QStringLiteral("Monte a unidade USB no gerenciador de arquivos e atualize a lista antes de preparar.");
+
 // What the preparation copies file by file into each drive: the bundles copied whole.
 struct CopyPlan
 {
@@ -55,15 +58,23 @@ CopyPlan measure(const QList<PlannedBundle> &bundles)
     return plan;
 }
 
-// On the drive's own worker thread. Steps are told on the main thread; a Ctrl+C is honoured between
-// files, so that no file is left half-written; the state file is written only after a whole preparation.
-void prepareDrive(const DrivePreparer &preparer, const PreparationSources &sources, DriveRun &run,
-                  ProgressBar &bar)
+// On the drive's own worker thread. Steps are told on the main thread. Before each step that writes the
+// drive must still be where it was named, as in the window; a Ctrl+C is honoured there and between files,
+// so that no file is left half-written. The state file is written only after a whole preparation.
+void prepareDrive(const DrivePreparer &preparer, const PreparationSources &sources,
+                  const Platform::UsbDevice &drive, DriveRun &run, ProgressBar &bar)
 {
     const auto progress = [&run](int, int, const QString &message) {
         const QString line = QStringLiteral("%1: %2").arg(run.root, message);
         QMetaObject::invokeMethod(
             QCoreApplication::instance(), [line] { printNote(line); }, Qt::QueuedConnection);
+    };
+    const Platform::DriveWriteGate driveInPlace = driveGate(drive, kMountFirst);
+    const auto gate = [&run, &driveInPlace](QString *error) {
+        run.stopped = InterruptionWatcher::requested();
+        if (run.stopped)
+            *error = QStringLiteral("Preparacao interrompida.");
+        return !run.stopped && driveInPlace(error);
     };
     const auto fileCopied = [&run, &bar](qint64 size) {
         bar.add(size);
@@ -72,8 +83,8 @@ void prepareDrive(const DrivePreparer &preparer, const PreparationSources &sourc
         run.stopped = InterruptionWatcher::requested();
         return !run.stopped;
     };
-    run.result = preparer.prepare(run.root, sources, progress, fileCopied);
-    if (run.result.success) {
+    run.result = preparer.prepare(run.root, sources, progress, gate, fileCopied);
+    if (run.result.success && driveInPlace(&run.stateError)) {
         run.stateWritten = writeUpdateState(run.root, QString::fromLatin1(Build::kApplicationVersion),
                                             QString(), &run.stateError);
     }
@@ -122,8 +133,8 @@ int prepareInParallel(const QList<Platform::UsbDevice> &drives, const Preparatio
         DriveRun *run = runs.emplace_back(std::make_unique<DriveRun>()).get();
         run->root = drive.rootPath;
         QThread *worker = workers
-                              .emplace_back(QThread::create([&preparer, &sources, run, &bar] {
-                                  prepareDrive(preparer, sources, *run, bar);
+                              .emplace_back(QThread::create([&preparer, &sources, drive, run, &bar] {
+                                  prepareDrive(preparer, sources, drive, *run, bar);
                               }))
                               .get();
         QObject::connect(worker, &QThread::finished, &loop, [run, &plan, &running, &loop] {
@@ -158,11 +169,7 @@ int prepareDrives(const CommandLine &line)
         return kExitFailed;
     }
     QList<Platform::UsbDevice> drives;
-    if (const int code = resolveMountedDrives(
-            line.drives,
-            QStringLiteral(
-                "Monte a unidade USB no gerenciador de arquivos e atualize a lista antes de preparar."),
-            &drives))
+    if (const int code = resolveMountedDrives(line.drives, kMountFirst, &drives))
         return code;
 
     QStringList roots;

@@ -3,6 +3,7 @@
 #include "cli/commands.h"
 #include "cli/drivelookup.h"
 #include "cli/output.h"
+#include "errortext.h"
 #include "transaction/updatejournal.h"
 #include "update/manifestsignature.h"
 #include "update/runningcheck.h"
@@ -20,6 +21,11 @@ namespace {
 
 const QString kNotMounted =
     QStringLiteral("Monte a unidade USB e atualize a lista antes de verificar atualizações.");
+const QString kDriveGone =
+    QStringLiteral("A unidade USB foi removida ou desmontada. A atualização foi interrompida sem gravar mais "
+                   "nada nela; monte a unidade novamente e atualize a lista antes de tentar outra vez.");
+const QString kCloseTavrinox =
+    QStringLiteral("Feche o Tavrinox antes de atualizar os bundles da unidade USB.");
 
 QUrl manifestUrl(const CommandLine &line)
 {
@@ -78,6 +84,26 @@ bool settlePendingUpdate(const QString &root)
     printNote(recovery.message.isEmpty() ? QStringLiteral("Atualização pendente verificada em %1.").arg(root)
                                          : recovery.message);
     return true;
+}
+
+// Asked by the apply before it writes to the drive and again before the bundles are swapped: as in the
+// window, the drive must still be in place and Tavrinox closed; here a Ctrl+C also stops it there. Once
+// the swap has begun nothing is asked, so the transaction always runs to its end or its rollback.
+UpdateWriteGate writeGate(const Platform::UsbDevice &drive)
+{
+    return [driveInPlace = driveGate(drive, kDriveGone)](QString *error) {
+        if (InterruptionWatcher::requested()) {
+            setError(error,
+                     QStringLiteral("Atualização interrompida pelo usuário antes da troca dos bundles."));
+            return false;
+        }
+        if (!driveInPlace(error))
+            return false;
+        if (!isTavrinoxRunning())
+            return true;
+        setError(error, kCloseTavrinox);
+        return false;
+    };
 }
 
 UpdateCheckResult checkInBackground(const QString &root, const QUrl &url)
@@ -152,7 +178,7 @@ int updateDrive(const CommandLine &line)
     if (!settlePendingUpdate(root))
         return kExitFailed;
     if (isTavrinoxRunning()) {
-        printNote(QStringLiteral("Feche o Tavrinox antes de atualizar os bundles da unidade USB."));
+        printNote(kCloseTavrinox);
         return kExitFailed;
     }
     if (!trustAuthorities(line.caFile))
@@ -183,9 +209,10 @@ int updateDrive(const CommandLine &line)
     printNote(QStringLiteral("Baixando, validando e aplicando atualização..."));
     const UpdateManifest manifest = check.manifest;
     const UpdateApplyResult result = runInBackground(
-        [root, manifest] { return applyUpdate(root, manifest); },
-        QStringLiteral("Interrupção recebida: a atualização em andamento termina ou é revertida antes de o "
-                       "programa sair."));
+        [root, manifest, gate = writeGate(drive)] { return applyUpdate(root, manifest, gate); },
+        QStringLiteral(
+            "Interrupção recebida: a atualização para antes da troca dos bundles ou, se a troca já "
+            "começou, termina ou é revertida antes de o programa sair."));
     if (!result.ok) {
         printResult(QStringLiteral("Falha ao aplicar atualização: %1").arg(oneLine(result.error)));
         return kExitFailed;

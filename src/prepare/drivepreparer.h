@@ -19,6 +19,10 @@ using PreparationProgress = std::function<void(int step, int total, const QStrin
 bool isCompleteWindowsBundle(const QString &directory);
 bool isLinuxBundle(const QString &directory);
 
+// Asked after the report of each step that writes to the drive, before it writes; false, with the reason
+// in *error, ends the preparation there with that reason as its message.
+using PreparationGate = std::function<bool(QString *error)>;
+
 // Turns a mounted drive into a portable Tavrinox drive: the Tavrinox folder with both bundles, the two
 // launchers at the root and the README. Nothing is formatted or deleted; a preparation that stops
 // half-way leaves what it wrote, and running it again continues over it.
@@ -29,9 +33,10 @@ public:
     explicit DrivePreparer(WindowsDeployTool deployTool);
 
     // fileCopied hears of every file of a bundle copied whole and may stop the preparation between
-    // files; what was written stays, as after any failure.
+    // files; what was written stays, as after any other failure.
     PreparationResult prepare(const QString &driveRoot, const PreparationSources &sources,
                               const PreparationProgress &progress = {},
+                              const PreparationGate &gate = {},
                               const FileCopiedCallback &fileCopied = {}) const;
 
 private:

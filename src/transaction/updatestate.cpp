@@ -1,6 +1,7 @@
 #include "transaction/updatestate.h"
 
 #include "errortext.h"
+#include "transaction/durability.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -85,7 +86,9 @@ bool writeUpdateState(const QString &driveRoot, const QString &installedVersion,
         setError(error, QStringLiteral("Não foi possível gravar o arquivo de estado: %1").arg(path));
         return false;
     }
-    if (!file.commit()) {
+    // The state file is the update's commit point: its rename must be on the medium before the backups
+    // that could still undo the update are removed.
+    if (!file.commit() || !flushEntry(QFileInfo(path).absolutePath())) {
         setError(error, QStringLiteral("Não foi possível salvar o arquivo de estado: %1").arg(path));
         return false;
     }

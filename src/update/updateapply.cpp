@@ -1,6 +1,7 @@
 #include "update/updateapply.h"
 
 #include "transaction/bundlepromotion.h"
+#include "transaction/updaterecovery.h"
 #include "update/httpget.h"
 #include "update/packagelayout.h"
 #include "update/zipextraction.h"
@@ -33,6 +34,11 @@ QString packagePath(const QString &workArea)
     return workArea + QStringLiteral("/package.zip");
 }
 
+bool passesGate(const UpdateWriteGate &gate, QString *error)
+{
+    return !gate || gate(error);
+}
+
 bool writePackage(const QString &path, const QByteArray &body)
 {
     QFile file(path);
@@ -45,8 +51,8 @@ bool writePackage(const QString &path, const QByteArray &body)
 
 // Downloads and checks the package, then writes it into a new work area on the drive; the package
 // leaves memory when this returns. Nothing is left on the drive when it fails.
-bool downloadIntoWorkArea(const QString &root, const UpdateManifest &manifest, QString *workArea,
-                          QString *sha256, QString *error)
+bool downloadIntoWorkArea(const QString &root, const UpdateManifest &manifest, const UpdateWriteGate &gate,
+                          QString *workArea, QString *sha256, QString *error)
 {
     const QByteArray body = httpGet(QUrl(manifest.packageUrl), kPackageDownloadTimeoutMs, error);
     if (body.isEmpty())
@@ -60,6 +66,17 @@ bool downloadIntoWorkArea(const QString &root, const UpdateManifest &manifest, Q
     *sha256 = QString::fromLatin1(QCryptographicHash::hash(body, QCryptographicHash::Sha256).toHex());
     if (*sha256 != manifest.sha256) {
         *error = QStringLiteral("Hash SHA-256 divergente. O pacote não será aplicado.");
+        return false;
+    }
+    if (!passesGate(gate, error))
+        return false;
+    // A transaction left unfinished owns the drive until it is settled; recovery also clears what
+    // earlier interrupted attempts left, before the free space is measured.
+    QString recoveryError;
+    if (!recoverPendingUpdate(root, nullptr, &recoveryError)) {
+        *error = QStringLiteral("Há uma atualização pendente nesta unidade que não pôde ser recuperada; "
+                                "nenhuma nova atualização foi iniciada.\n\n%1")
+                     .arg(recoveryError);
         return false;
     }
     if (!hasRoomForUpdate(root, body.size())) {
@@ -86,19 +103,27 @@ bool downloadIntoWorkArea(const QString &root, const UpdateManifest &manifest, Q
 
 } // namespace
 
-UpdateApplyResult applyUpdate(const QString &root, const UpdateManifest &manifest)
+UpdateApplyResult applyUpdate(const QString &root, const UpdateManifest &manifest,
+                              const UpdateWriteGate &gate)
 {
     UpdateApplyResult result;
     result.version = manifest.version;
 
     QString workArea;
     QString sha256;
-    if (!downloadIntoWorkArea(root, manifest, &workArea, &sha256, &result.error))
+    if (!downloadIntoWorkArea(root, manifest, gate, &workArea, &sha256, &result.error))
         return result;
     const QString extractedDir = workArea + QStringLiteral("/extracted");
     if (!extractZip(packagePath(workArea), extractedDir, &result.error) ||
-        !validatePackageLayout(extractedDir, &result.error) ||
-        !promoteUpdate(root, extractedDir, manifest.version, sha256, &result.error, manifest.issuedAt)) {
+        !validatePackageLayout(extractedDir, &result.error)) {
+        removePathIfExists(workArea);
+        return result;
+    }
+    // What the gate guards may have changed during the download and extraction. A refusal writes
+    // nothing more, not even the work area's removal: recovery clears it later.
+    if (!passesGate(gate, &result.error))
+        return result;
+    if (!promoteUpdate(root, extractedDir, manifest.version, sha256, &result.error, manifest.issuedAt)) {
         removePathIfExists(workArea);
         return result;
     }

@@ -7,6 +7,7 @@
  *   TAVRINOX_KILLSHIM_SCOPE  only paths that start with this prefix are counted (required)
  *   TAVRINOX_KILLSHIM_AT     the call to die at, counting from 1; unset or 0: never
  *   TAVRINOX_KILLSHIM_TRACE  when set, every counted call is written to standard error
+ *   TAVRINOX_KILLSHIM_VICTIM a process killed first, such as the drive's FUSE process (a pulled stick)
  *
  * A process that ends normally writes "killshim: completed after N calls" to standard error;
  * one that is killed writes "killshim: killed at call N (operation path)" first.
@@ -26,6 +27,7 @@
 static const char *scope;
 static size_t scopeLength;
 static long killAt;
+static pid_t victim;
 static int trace;
 static long callCount;
 
@@ -35,6 +37,8 @@ __attribute__((constructor)) static void readSettings(void)
     scopeLength = scope ? strlen(scope) : 0;
     const char *at = getenv("TAVRINOX_KILLSHIM_AT");
     killAt = at ? atol(at) : 0;
+    const char *victimPid = getenv("TAVRINOX_KILLSHIM_VICTIM");
+    victim = victimPid ? (pid_t)atol(victimPid) : 0;
     trace = getenv("TAVRINOX_KILLSHIM_TRACE") != NULL;
 }
 
@@ -84,6 +88,8 @@ static void count(const char *operation, int dirfd, const char *path, int otherD
         dprintf(STDERR_FILENO, "killshim: call %ld %s %s\n", call, operation, shown);
     if (call == killAt) {
         dprintf(STDERR_FILENO, "killshim: killed at call %ld (%s %s)\n", call, operation, shown);
+        if (victim > 0)
+            kill(victim, SIGKILL);
         kill(getpid(), SIGKILL);
     }
 }

@@ -107,6 +107,28 @@ bool LoopVolume::mount(FileSystem fileSystem, qint64 sizeBytes, QString *whyNot)
     return true;
 }
 
+qint64 LoopVolume::fuseProcess() const
+{
+    const QByteArray ours = (m_loopDevice + QLatin1Char('\0') + m_mountPoint).toLocal8Bit();
+    if (m_mountPoint.isEmpty())
+        return 0;
+    for (const QString &process : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
+        QFile commandLine(QStringLiteral("/proc/%1/cmdline").arg(process));
+        if (commandLine.open(QIODevice::ReadOnly) && commandLine.readAll().contains(ours))
+            return process.toLongLong();
+    }
+    return 0;
+}
+
+bool LoopVolume::remountAfterPull(QString *whyNot)
+{
+    // What fsck could not repair shows in the files; its exit code (1 when it repaired) is not needed.
+    QString ignored;
+    run(findTool(QStringLiteral("umount")), {QStringLiteral("-l"), m_mountPoint}, nullptr, &ignored);
+    run(findTool(QStringLiteral("fsck.exfat")), {QStringLiteral("-y"), m_loopDevice}, nullptr, &ignored);
+    return run(findTool(QStringLiteral("mount.exfat-fuse")), {m_loopDevice, m_mountPoint}, nullptr, whyNot);
+}
+
 void LoopVolume::release()
 {
     QString ignored;

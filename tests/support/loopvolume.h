@@ -19,6 +19,12 @@ public:
     bool mount(FileSystem fileSystem, qint64 sizeBytes, QString *whyNot);
     QString mountPoint() const { return m_mountPoint; }
 
+    // The FUSE process serving an exFAT volume, or 0.
+    qint64 fuseProcess() const;
+    // After that process was killed, as when a stick is pulled: detaches the dead mount, repairs the
+    // file system with fsck.exfat -y and mounts it again.
+    bool remountAfterPull(QString *whyNot);
+
 private:
     void release();
 
