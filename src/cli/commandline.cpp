@@ -243,7 +243,8 @@ QString programHelp()
     return text + QStringLiteral(
                       "\nUNIDADE é a raiz de montagem, o dispositivo ou o rótulo mostrado por \"tavrinox-cli "
                       "list\".\n"
-                      "\"tavrinox-cli COMANDO --help\" mostra as opções de cada comando.\n\n"
+                      "\"tavrinox-cli COMANDO --help\" mostra as opções de cada comando; \"tavrinox-cli "
+                      "--version\", a versão.\n\n"
                       "Resultados na saída padrão; progresso, perguntas e avisos na saída de erro.\n"
                       "Código de saída: 0 sucesso, 1 a operação falhou ou não foi feita, 2 uso incorreto,\n"
                       "3 unidade não encontrada ou não montada.\n");

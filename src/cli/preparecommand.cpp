@@ -5,6 +5,7 @@
 #include "cli/console.h"
 #include "cli/drivelookup.h"
 #include "cli/output.h"
+#include "errortext.h"
 #include "prepare/drivepreparer.h"
 #include "transaction/updatestate.h"
 
@@ -73,7 +74,7 @@ void prepareDrive(const DrivePreparer &preparer, const PreparationSources &sourc
     const auto gate = [&run, &driveInPlace](QString *error) {
         run.stopped = InterruptionWatcher::requested();
         if (run.stopped)
-            *error = QStringLiteral("Preparacao interrompida.");
+            setError(error, QStringLiteral("Preparacao interrompida."));
         return !run.stopped && driveInPlace(error);
     };
     const auto fileCopied = [&run, &bar](qint64 size) {
