@@ -37,6 +37,7 @@ public:
         : m_devices(std::move(devices))
     {}
     QList<Platform::UsbDevice> listUsbDevices() const override { return m_devices; }
+    bool isVolumeAtRoot(const Platform::UsbDevice &) const override { return true; }
 
 private:
     QList<Platform::UsbDevice> m_devices;

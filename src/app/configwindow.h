@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/devicemanager.h"
+#include "platform/driveverification.h"
 #include "prepare/bundlesource.h"
 #include "prepare/drivepreparer.h"
 #include "update/manifestsignature.h"
@@ -18,10 +19,12 @@ class QAction;
 class QComboBox;
 class QLabel;
 class QPushButton;
+class QSpacerItem;
 class QTextEdit;
 
 namespace Tavrinox {
 
+class BusyDialog;
 struct UpdateRecoveryResult;
 
 // The window's title, and the title of every message box it shows.
@@ -55,6 +58,10 @@ public slots:
     void updateSelectedDevice();
     void recycleWorkspace();
 
+protected:
+    // Refused while a command works on a drive: the work runs on this window's behalf.
+    void closeEvent(QCloseEvent *event) override;
+
 private:
     void createActions();
     void createMenus();
@@ -70,12 +77,25 @@ private:
     bool askYesNo(const QString &title, const QString &text);
     void appendLog(const QString &message);
     void setUpdateControlsEnabled(bool enabled);
-    void startUpdateApply(const QString &root, const UpdateManifest &manifest);
-    void recoverPendingUpdateInBackground(const QString &root);
+    void startUpdateApply(const Platform::UsbDevice &device, const UpdateManifest &manifest);
+    void recoverPendingUpdateInBackground(const Platform::UsbDevice &device);
+
+    // Whether the drive chosen from the list is still there, mounted where it was listed.
+    bool isDriveInPlace(const Platform::UsbDevice &device) const;
+    // The same question for a write on any thread: it keeps the device manager alive for as long as it
+    // is held, and answers a refusal with the given text.
+    Platform::DriveWriteGate driveGate(const Platform::UsbDevice &device, const QString &refusal) const;
+
+    // While a command works on a drive its dialog is up, and no other command starts.
+    BusyDialog *beginBusy(const QString &label, int maximum);
+    void endBusy();
+    bool isBusy() const { return m_busyDialog != nullptr; }
+    void fitToScreen();
     void pendingUpdateRecoveryFinished(const UpdateRecoveryResult &result);
 
-    // Destroyed in reverse order: the sets first, the drive enumerator last.
-    std::unique_ptr<Platform::DeviceManager> m_deviceManager;
+    // Destroyed in reverse order: the sets first, the drive enumerator last. Shared with the write gates
+    // of background tasks, which may outlive the window.
+    std::shared_ptr<const Platform::DeviceManager> m_deviceManager;
     QList<Platform::UsbDevice> m_devices;
     BundleSource m_windowsSource;
     BundleSource m_linuxSource;
@@ -83,6 +103,7 @@ private:
     QSet<QString> m_recoveringRoots;
     QSet<QString> m_failedRecoveryRoots;
     qint32 m_pendingRecoveryCount = 0;
+    BusyDialog *m_busyDialog = nullptr;
 
     const QString m_bundleSearchDirectory;
     const QStringList m_bundleInstalledDirectories;
@@ -106,6 +127,7 @@ private:
     QPushButton *m_prepareButton = nullptr;
     QPushButton *m_updateButton = nullptr;
     QTextEdit *m_log = nullptr;
+    QSpacerItem *m_pictureSpacer = nullptr;
 };
 
 } // namespace Tavrinox

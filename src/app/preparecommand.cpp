@@ -1,16 +1,25 @@
 #include "app/configwindow.h"
 
+#include "app/busydialog.h"
 #include "buildconfig.h"
 #include "transaction/updatestate.h"
 
 #include <QCoreApplication>
 #include <QMessageBox>
-#include <QProgressDialog>
 
 namespace Tavrinox {
 
+namespace {
+
+const QString kMountFirst =
+    QStringLiteral("Monte a unidade USB no gerenciador de arquivos e atualize a lista antes de preparar.");
+
+} // namespace
+
 void ConfigWindow::prepareSelectedDevice()
 {
+    if (isBusy())
+        return;
     if (!m_windowsSource.isAvailable() && !m_linuxSource.isAvailable()) {
         QMessageBox::warning(
             this, kBoxTitle,
@@ -20,11 +29,8 @@ void ConfigWindow::prepareSelectedDevice()
     Platform::UsbDevice device;
     if (!selectedDevice(&device))
         return;
-    if (!device.isUsable()) {
-        QMessageBox::information(
-            this, kBoxTitle,
-            QStringLiteral("Monte a unidade USB no gerenciador de arquivos e atualize a lista "
-                           "antes de preparar."));
+    if (!device.isUsable() || !isDriveInPlace(device)) {
+        QMessageBox::information(this, kBoxTitle, kMountFirst);
         return;
     }
     const QString root = device.rootPath;
@@ -35,21 +41,20 @@ void ConfigWindow::prepareSelectedDevice()
                 .arg(root)))
         return;
 
-    QProgressDialog progress(QStringLiteral("Preparando unidade USB..."), QString(), 0, 7, this);
-    progress.setWindowModality(Qt::ApplicationModal);
-    progress.setCancelButton(nullptr);
-    progress.setMinimumDuration(0);
-
+    BusyDialog *progress = beginBusy(QStringLiteral("Preparando unidade USB..."), 7);
     const PreparationSources sources{m_windowsSource.executablePath, m_windowsSource.directory,
                                      m_linuxSource.executablePath, m_linuxSource.directory};
-    const PreparationResult result =
-        m_preparer.prepare(root, sources, [&progress](int step, int total, const QString &message) {
-            progress.setMaximum(total);
-            progress.setValue(step);
-            progress.setLabelText(message);
+    const Platform::DriveWriteGate gate = driveGate(device, kMountFirst);
+    const PreparationResult result = m_preparer.prepare(
+        root, sources,
+        [progress](int step, int total, const QString &message) {
+            progress->setMaximum(total);
+            progress->setValue(step);
+            progress->setLabelText(message);
             QCoreApplication::processEvents();
-        });
-    progress.setValue(progress.maximum());
+        },
+        gate);
+    endBusy();
 
     if (!result.success) {
         appendLog(QStringLiteral("Falha: %1").arg(result.message));
@@ -58,7 +63,8 @@ void ConfigWindow::prepareSelectedDevice()
     }
     appendLog(QStringLiteral("Unidade preparada: %1").arg(root));
     QString stateError;
-    if (writeUpdateState(root, QString::fromLatin1(Build::kApplicationVersion), QString(), &stateError))
+    if (gate(&stateError) &&
+        writeUpdateState(root, QString::fromLatin1(Build::kApplicationVersion), QString(), &stateError))
         appendLog(QStringLiteral("Estado de atualização registrado: %1").arg(updateStatePath(root)));
     else
         appendLog(QStringLiteral("Aviso: %1").arg(stateError));

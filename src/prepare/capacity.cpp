@@ -23,6 +23,24 @@ qint64 topLevelLibrariesSize(const QString &directory)
     return total;
 }
 
+// Counts what the copy copies: a link leading back into the walk is skipped there, so it is here.
+qint64 treeSize(const QString &directory, QStringList &walk)
+{
+    walk.append(QFileInfo(directory).canonicalFilePath());
+    qint64 total = 0;
+    QDirIterator entries(directory, kBundleEntryFilter);
+    while (entries.hasNext()) {
+        entries.next();
+        const QFileInfo entry = entries.fileInfo();
+        if (!entry.isDir())
+            total += entry.size();
+        else if (!isWalkCycle(entry, walk))
+            total += treeSize(entry.absoluteFilePath(), walk);
+    }
+    walk.removeLast();
+    return total;
+}
+
 } // namespace
 
 qint64 directorySize(const QString &path)
@@ -32,15 +50,8 @@ qint64 directorySize(const QString &path)
         return 0;
     if (!info.isDir())
         return info.size();
-
-    qint64 total = 0;
-    QDirIterator entries(path, kBundleEntryFilter);
-    while (entries.hasNext()) {
-        entries.next();
-        const QFileInfo entry = entries.fileInfo();
-        total += entry.isDir() ? directorySize(entry.absoluteFilePath()) : entry.size();
-    }
-    return total;
+    QStringList walk;
+    return treeSize(path, walk);
 }
 
 qint64 fileSize(const QString &path)

@@ -40,19 +40,18 @@ bool anyExists(const QDir &directory, std::initializer_list<const char *> names)
     return false;
 }
 
-// A folder with the Qt libraries, the platform plugin and the MSVC runtime already runs as it is.
-bool isCompleteWindowsBundle(const QDir &directory)
-{
-    return allExist(directory, {"Qt6Core.dll", "platforms/qwindows.dll", "vcruntime140.dll",
-                                "vcruntime140_1.dll", "msvcp140.dll"});
-}
-
-bool isLinuxBundle(const QDir &directory)
-{
-    return anyExists(directory, {"lib", "plugins", "qt.conf"});
-}
-
 } // namespace
+
+bool isCompleteWindowsBundle(const QString &directory)
+{
+    return allExist(QDir(directory), {"Qt6Core.dll", "platforms/qwindows.dll", "vcruntime140.dll",
+                                      "vcruntime140_1.dll", "msvcp140.dll"});
+}
+
+bool isLinuxBundle(const QString &directory)
+{
+    return anyExists(QDir(directory), {"lib", "plugins", "qt.conf"});
+}
 
 DrivePreparer::DrivePreparer()
     : m_deployTool(WindowsDeployTool::fromQtInstallation())
@@ -63,12 +62,18 @@ DrivePreparer::DrivePreparer(WindowsDeployTool deployTool)
 {}
 
 PreparationResult DrivePreparer::prepare(const QString &driveRoot, const PreparationSources &sources,
-                                         const PreparationProgress &progress) const
+                                         const PreparationProgress &progress,
+                                         const PreparationGate &gate,
+                                         const FileCopiedCallback &fileCopied) const
 {
     PreparationResult result;
     const auto report = [&progress](int step, const QString &message) {
         if (progress)
             progress(step, kStepCount, message);
+    };
+    const auto beginWritingStep = [&](int step, const QString &message) {
+        report(step, message);
+        return !gate || gate(&result.message);
     };
 
     report(0, QStringLiteral("Validando unidade USB..."));
@@ -81,16 +86,18 @@ PreparationResult DrivePreparer::prepare(const QString &driveRoot, const Prepara
     const QString windowsFolder = QDir(productFolder).filePath(QStringLiteral("windows"));
     const QString linuxFolder = QDir(productFolder).filePath(QStringLiteral("linux"));
 
-    report(1, QStringLiteral("Criando estrutura de pastas..."));
-    if (!ensureDirectory(productFolder, result) || !ensureDirectory(windowsFolder, result) ||
+    if (!beginWritingStep(1, QStringLiteral("Criando estrutura de pastas...")) ||
+        !ensureDirectory(productFolder, result) || !ensureDirectory(windowsFolder, result) ||
         !ensureDirectory(linuxFolder, result) || !checkCapacity(driveRoot, productFolder, sources, result))
         return result;
 
-    report(2, QStringLiteral("Copiando bundle Windows..."));
+    if (!beginWritingStep(2, QStringLiteral("Copiando bundle Windows...")))
+        return result;
     if (!sources.windowsExecutable.isEmpty()) {
         const QString source = sources.windowsBundleDirectory();
-        if (isCompleteWindowsBundle(QDir(source))) {
-            if (!copyDirectory(source, windowsFolder, result))
+        removeInterruptedCopies(source, windowsFolder);
+        if (isCompleteWindowsBundle(source)) {
+            if (!copyDirectory(source, windowsFolder, result, fileCopied))
                 return result;
         } else {
             QString copiedExecutable;
@@ -101,11 +108,13 @@ PreparationResult DrivePreparer::prepare(const QString &driveRoot, const Prepara
         }
     }
 
-    report(3, QStringLiteral("Copiando bundle Linux..."));
+    if (!beginWritingStep(3, QStringLiteral("Copiando bundle Linux...")))
+        return result;
     if (!sources.linuxExecutable.isEmpty()) {
         const QString source = sources.linuxBundleDirectory();
-        if (isLinuxBundle(QDir(source))) {
-            if (!copyDirectory(source, linuxFolder, result))
+        removeInterruptedCopies(source, linuxFolder);
+        if (isLinuxBundle(source)) {
+            if (!copyDirectory(source, linuxFolder, result, fileCopied))
                 return result;
         } else {
             QString copiedExecutable;
@@ -116,11 +125,12 @@ PreparationResult DrivePreparer::prepare(const QString &driveRoot, const Prepara
     }
 
     // Step 4 is never reported; the numbering is intended and kept.
-    report(5, QStringLiteral("Criando inicializador Windows..."));
-    if (!writeTextFile(root.filePath(QStringLiteral("Tavrinox-Windows.bat")), windowsLauncherText(), result))
+    if (!beginWritingStep(5, QStringLiteral("Criando inicializador Windows...")) ||
+        !writeTextFile(root.filePath(QStringLiteral("Tavrinox-Windows.bat")), windowsLauncherText(), result))
         return result;
 
-    report(6, QStringLiteral("Criando arquivos auxiliares..."));
+    if (!beginWritingStep(6, QStringLiteral("Criando arquivos auxiliares...")))
+        return result;
     const QString linuxLauncher = root.filePath(QStringLiteral("Tavrinox-Linux.sh"));
     if (!writeTextFile(linuxLauncher, linuxLauncherText(), result))
         return result;

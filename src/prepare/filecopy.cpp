@@ -4,8 +4,11 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QSaveFile>
 #include <QTextStream>
+
+#include <algorithm>
 
 namespace Tavrinox {
 
@@ -68,7 +71,8 @@ bool copyFile(const QString &source, const QString &destination, PreparationResu
         }
         if (output.write(chunk) != chunk.size())
             return fail(result, QStringLiteral("Nao foi possivel gravar o arquivo: %1").arg(destination));
-        // The copy runs on the GUI thread under a progress dialog, which must keep painting.
+        // The window copies on the GUI thread under a progress dialog, which must keep painting. On a
+        // worker thread this serves only that thread's own events, and the copy posts none there.
         QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
     }
     if (!output.commit())
@@ -78,13 +82,23 @@ bool copyFile(const QString &source, const QString &destination, PreparationResu
     return succeed(result, destination);
 }
 
-bool copyDirectory(const QString &source, const QString &destination, PreparationResult &result)
+bool isWalkCycle(const QFileInfo &directory, const QStringList &walk)
 {
-    if (!QFileInfo(source).isDir())
-        return fail(result, QStringLiteral("Pasta de origem nao encontrada: %1").arg(source));
-    if (!ensureDirectory(destination, result))
-        return false;
+    const QString target = directory.canonicalFilePath();
+    const QString targetPrefix = target.endsWith(QLatin1Char('/')) ? target : target + QLatin1Char('/');
+    return std::any_of(walk.cbegin(), walk.cend(), [&](const QString &walked) {
+        return walked == target || walked.startsWith(targetPrefix);
+    });
+}
 
+namespace {
+
+// The entries of source go into destination, which exists; walk holds the canonical paths of the source
+// folders on the way here.
+bool copyEntries(const QString &source, const QString &destination, QStringList &walk,
+                 PreparationResult &result, const FileCopiedCallback &fileCopied)
+{
+    walk.append(QFileInfo(source).canonicalFilePath());
     const QDir target(destination);
     QDirIterator entries(source, kBundleEntryFilter);
     while (entries.hasNext()) {
@@ -92,14 +106,54 @@ bool copyDirectory(const QString &source, const QString &destination, Preparatio
         const QFileInfo entry = entries.fileInfo();
         const QString targetPath = target.filePath(entry.fileName());
         if (entry.isDir()) {
-            if (!copyDirectory(entry.absoluteFilePath(), targetPath, result))
+            if (isWalkCycle(entry, walk))
+                continue;
+            if (!QDir(destination).mkdir(entry.fileName()) && !QFileInfo(targetPath).isDir())
+                return fail(result, QStringLiteral("Nao foi possivel criar a pasta: %1").arg(targetPath));
+            result.writtenPaths.append(targetPath);
+            if (!copyEntries(entry.absoluteFilePath(), targetPath, walk, result, fileCopied))
                 return false;
         } else if (entry.isFile()) {
             if (!copyFile(entry.absoluteFilePath(), targetPath, result))
                 return false;
+            if (fileCopied && !fileCopied(entry.size()))
+                return fail(result, QStringLiteral("Preparacao interrompida."));
         }
     }
+    walk.removeLast();
     return true;
+}
+
+} // namespace
+
+bool copyDirectory(const QString &source, const QString &destination, PreparationResult &result,
+                   const FileCopiedCallback &fileCopied)
+{
+    if (!QFileInfo(source).isDir())
+        return fail(result, QStringLiteral("Pasta de origem nao encontrada: %1").arg(source));
+    if (!ensureDirectory(destination, result))
+        return false;
+    QStringList walk;
+    return copyEntries(source, destination, walk, result, fileCopied);
+}
+
+void removeInterruptedCopies(const QString &source, const QString &destination)
+{
+    static const QRegularExpression temporaryName(QStringLiteral("^(.+)\\.[A-Za-z]{6}$"));
+    const QDir sourceDirectory(source);
+    const QDir destinationDirectory(destination);
+    QDirIterator files(destination, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        const QString path = files.next();
+        const QRegularExpressionMatch name = temporaryName.match(files.fileName());
+        if (!name.hasMatch())
+            continue;
+        const QString folder = destinationDirectory.relativeFilePath(files.fileInfo().path());
+        const QDir sourceFolder(sourceDirectory.filePath(folder));
+        if (QFileInfo(sourceFolder.filePath(name.captured(1))).isFile() &&
+            !QFileInfo::exists(sourceFolder.filePath(files.fileName())))
+            QFile::remove(path);
+    }
 }
 
 bool writeTextFile(const QString &path, const QString &text, PreparationResult &result)

@@ -5,6 +5,8 @@
 #include <QDir>
 #include <QString>
 
+#include <functional>
+
 namespace Tavrinox {
 
 // The writes of a drive preparation. Each returns false with its message in result.message, and
@@ -17,8 +19,21 @@ bool ensureDirectory(const QString &path, PreparationResult &result);
 // Copies one regular file. A destination of the source's size is taken as already copied.
 bool copyFile(const QString &source, const QString &destination, PreparationResult &result);
 
-// Copies a directory tree without its hidden entries, stopping at the first failure.
-bool copyDirectory(const QString &source, const QString &destination, PreparationResult &result);
+// Told after each file of a directory copy (copied or already in place) with its size. Answering false
+// stops the copy there, before the next file, so a long copy can show its bytes and end cleanly.
+using FileCopiedCallback = std::function<bool(qint64 fileSize)>;
+
+// Copies a directory tree without its hidden entries, stopping at the first failure. Links to folders
+// are followed, except those leading back into the tree being walked (see isWalkCycle). Folders below
+// the destination are made one level at a time, so a destination that vanishes mid-copy (a drive
+// unmounted) stops the copy instead of being rebuilt elsewhere.
+bool copyDirectory(const QString &source, const QString &destination, PreparationResult &result,
+                   const FileCopiedCallback &fileCopied = {});
+
+// Removes the temporary files that an interrupted copy from source left in destination: the atomic
+// writer names each after the file it was to replace, plus a dot and six letters. Only such a name whose
+// file the source has at the same place, and which the source does not have itself, is removed.
+void removeInterruptedCopies(const QString &source, const QString &destination);
 
 // Replaces a text file atomically, UTF-8 without a byte-order mark, in the platform's text form.
 bool writeTextFile(const QString &path, const QString &text, PreparationResult &result);
@@ -26,5 +41,10 @@ bool writeTextFile(const QString &path, const QString &text, PreparationResult &
 // The entries a bundle copy sees: directories and readable files, hidden ones left out.
 inline constexpr QDir::Filters kBundleEntryFilter =
     QDir::Dirs | QDir::Files | QDir::Readable | QDir::NoDotAndDotDot;
+
+// Whether a directory entry met during a walk leads back into it: it is, or holds, one of the
+// directories being walked (walk: their canonical paths, outermost first). Only a link can; following
+// it would never end.
+bool isWalkCycle(const QFileInfo &directory, const QStringList &walk);
 
 } // namespace Tavrinox
