@@ -36,7 +36,11 @@ public:
         : m_bytes(bytes)
     {}
 
-    bool has(qint64 at, qint64 size) const { return at >= 0 && size >= 0 && at + size <= m_bytes.size(); }
+    // Written so that offsets and sizes read from a crafted archive cannot overflow the comparison.
+    bool has(qint64 at, qint64 size) const
+    {
+        return at >= 0 && size >= 0 && at <= m_bytes.size() && size <= m_bytes.size() - at;
+    }
     template<typename T> T read(qint64 at) const { return qFromLittleEndian<T>(m_bytes.data() + at); }
     QByteArrayView view(qint64 at, qint64 size) const { return m_bytes.sliced(at, size); }
     qint64 size() const { return m_bytes.size(); }
