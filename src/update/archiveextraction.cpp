@@ -6,7 +6,9 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QMutex>
 #include <QSet>
+#include <QThread>
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -16,13 +18,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <memory>
+#include <thread>
+#include <vector>
 
 namespace Tavrinox {
 
 namespace {
 
 constexpr size_t kReadBlockSize = 64 * 1024;
+constexpr int kMaxReaders = 4;
 
 using ArchivePtr = std::unique_ptr<archive, int (*)(archive *)>;
 
@@ -211,24 +217,77 @@ ArchivePtr openZip(const QString &zipPath, QString *reason)
     return reader;
 }
 
-bool writeAll(const QString &zipPath, const QString &destination, QString *reason)
+// Hands the entries out in archive order to whichever reader is free, and keeps the first failure.
+class EntryQueue
 {
-    ArchivePtr reader = openZip(zipPath, reason);
-    if (!reader)
-        return false;
+public:
+    qint64 claim() { return m_next.fetch_add(1); }
+    bool failed() const { return m_failed.load(); }
+
+    void fail(const QString &reason)
+    {
+        const QMutexLocker locker(&m_mutex);
+        if (!m_failed.exchange(true))
+            m_reason = reason;
+    }
+
+    QString reason() const
+    {
+        const QMutexLocker locker(&m_mutex);
+        return m_reason;
+    }
+
+private:
+    std::atomic<qint64> m_next{0};
+    std::atomic<bool> m_failed{false};
+    mutable QMutex m_mutex;
+    QString m_reason;
+};
+
+// One reader's share of the work: it reads every header, as a ZIP is read in order, and writes the
+// entries it claims; skipping the others is a seek. It stops when the archive ends or any reader failed.
+void extractShare(const QString &zipPath, const QString &destination, EntryQueue *queue)
+{
+    QString reason;
+    ArchivePtr reader = openZip(zipPath, &reason);
+    if (!reader) {
+        queue->fail(reason);
+        return;
+    }
     TreeWriter writer(destination);
-    for (;;) {
+    qint64 claimed = queue->claim();
+    for (qint64 index = 0; !queue->failed(); ++index) {
         archive_entry *entry = nullptr;
         const int status = archive_read_next_header(reader.get(), &entry);
         if (status == ARCHIVE_EOF)
-            return true;
+            return;
         if (status != ARCHIVE_OK && status != ARCHIVE_WARN) {
-            *reason = damagedPackage(reader.get());
-            return false;
+            queue->fail(damagedPackage(reader.get()));
+            return;
         }
-        if (!writer.write(reader.get(), entry, reason))
-            return false;
+        if (index != claimed)
+            continue;
+        if (!writer.write(reader.get(), entry, &reason)) {
+            queue->fail(reason);
+            return;
+        }
+        claimed = queue->claim();
     }
+}
+
+// Inflating, not writing, is what an extraction onto a local disk waits for, so each processor gets a
+// reader of its own, up to a few.
+bool writeAll(const QString &zipPath, const QString &destination, QString *reason)
+{
+    EntryQueue queue;
+    std::vector<std::thread> helpers;
+    for (int i = 1; i < qBound(1, QThread::idealThreadCount(), kMaxReaders); ++i)
+        helpers.emplace_back(extractShare, zipPath, destination, &queue);
+    extractShare(zipPath, destination, &queue);
+    for (std::thread &helper : helpers)
+        helper.join();
+    *reason = queue.reason();
+    return !queue.failed();
 }
 
 } // namespace

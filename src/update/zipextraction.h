@@ -20,8 +20,9 @@ QStringList powerShellExtractArguments(const QString &zipPath, const QString &de
 bool runPowerShellExtraction(const QString &zipPath, const QString &destDir, int timeoutMs,
                              QString *error = nullptr);
 
-// Extracts in this process, writing every file itself, so that whatever stops the extraction (a full
-// drive, a damaged entry) leaves no file open and names the reason in Portuguese. Every header is
+// Extracts in this process, with a reader per processor (up to four) sharing out the entries, and
+// writes every file itself, so that whatever stops the extraction (a full drive, a damaged entry) leaves
+// no file open and names the reason in Portuguese. Every header is
 // checked again as it is written, beside the inspection extractZip makes first: an absolute path, a
 // path climbing out with "..", a link, a device or another special file, or a path already written
 // fails the extraction. Built everywhere but Windows, where PowerShell does the work.
