@@ -113,10 +113,10 @@ private slots:
         int asked = 0;
         QList<qint64> done;
         QStringList named;
-        const auto told = [&](qint64 doneBytes, qint64 totalBytes, const QString &bundle) {
-            done.append(doneBytes);
-            named.append(bundle);
-            QCOMPARE(totalBytes, directorySize(path("build")));
+        const auto told = [&](const CopyProgress &progress) {
+            done.append(progress.doneBytes);
+            named.append(progress.bundle);
+            QCOMPARE(progress.totalBytes, directorySize(path("build")));
         };
         const PreparationResult result = DrivePreparer().prepare(path("drive"), m_sources, {}, {},
                                                                  {told, [&] { return ++asked == stopAt; }});

@@ -84,13 +84,13 @@ bool updateControlsEnabled(const ConfigWindow &window)
     return updateButton(window)->isEnabled() && updateAction(window)->isEnabled();
 }
 
-// The visible busy dialog with that label; it must be application-modal and offer no cancel.
-QProgressDialog *busyDialog(const ConfigWindow &window, const QString &label)
+// The visible busy dialog with that label and bar range; it must be application-modal and offer no cancel.
+QProgressDialog *busyDialog(const ConfigWindow &window, const QString &label, int maximum = 0)
 {
     for (QProgressDialog *dialog : window.findChildren<QProgressDialog *>()) {
         if (dialog->isVisible() && dialog->labelText() == label &&
             dialog->windowModality() == Qt::ApplicationModal && dialog->minimum() == 0 &&
-            dialog->maximum() == 0 && !dialog->findChild<QPushButton *>())
+            dialog->maximum() == maximum && !dialog->findChild<QPushButton *>())
             return dialog;
     }
     return nullptr;
@@ -149,8 +149,9 @@ private slots:
         QVERIFY(busyDialog(*window, "Consultando manifesto de atualização..."));
         QVERIFY(!updateButton(*window)->isEnabled());
         QVERIFY(!updateAction(*window)->isEnabled());
-        QTRY_VERIFY_WITH_TIMEOUT(busyDialog(*window, "Baixando, validando e aplicando atualização..."),
-                                 kGenerousWaitMs);
+        // While the package is awaited, the dialog shows the download: received of total, and the rate.
+        QTRY_VERIFY_WITH_TIMEOUT(
+            busyDialog(*window, "Baixando a atualização: 0,0 de 0,0 MB (0,0 MB/s)", 1000), kGenerousWaitMs);
         QVERIFY(!updateControlsEnabled(*window));
         QTRY_COMPARE_WITH_TIMEOUT(answerer.boxes().size(), 2, kGenerousWaitMs);
 

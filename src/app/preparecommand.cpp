@@ -50,11 +50,11 @@ public:
         };
     }
 
-    std::function<void(qint64, qint64, const QString &)> bytes()
+    std::function<void(const CopyProgress &)> bytes()
     {
-        return [this](qint64 done, qint64 total, const QString &) {
-            m_done = done;
-            m_total = total;
+        return [this](const CopyProgress &progress) {
+            m_done = progress.doneBytes;
+            m_total = progress.totalBytes;
             if (!m_bytesQueued.exchange(true))
                 QMetaObject::invokeMethod(
                     m_dialog, [this] { showBytes(); }, Qt::QueuedConnection);

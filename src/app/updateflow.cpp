@@ -10,6 +10,7 @@
 #include <QFileInfo>
 #include <QFutureWatcher>
 #include <QMessageBox>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QStorageInfo>
 #include <QThreadPool>
@@ -22,6 +23,22 @@ namespace {
 const QString kDriveGone =
     QStringLiteral("A unidade USB foi removida ou desmontada. A atualização foi interrompida sem gravar mais "
                    "nada nela; monte a unidade novamente e atualize a lista antes de tentar outra vez.");
+
+// The bar moves with the download's bytes when their total is known, and is a busy bar otherwise. The
+// value goes to the bar itself: the modal dialog's setValue() runs the event loop, which could deliver
+// the apply's end and delete the dialog in the middle of that call.
+void showApplyProgress(QProgressDialog *dialog, const UpdateApplyProgress &progress)
+{
+    constexpr int kSteps = 1000;
+    dialog->setLabelText(updateApplyProgressText(progress));
+    if (progress.phase != UpdateApplyPhase::Downloading || progress.total <= 0) {
+        dialog->setRange(0, 0);
+        return;
+    }
+    dialog->setRange(0, kSteps);
+    if (auto *bar = dialog->findChild<QProgressBar *>())
+        bar->setValue(int(qMin<qint64>(kSteps, progress.received * kSteps / progress.total)));
+}
 
 bool isWritableVolume(const QString &root)
 {
@@ -127,7 +144,8 @@ void ConfigWindow::updateSelectedDevice()
 void ConfigWindow::startUpdateApply(const Platform::UsbDevice &device, const UpdateManifest &manifest)
 {
     setUpdateControlsEnabled(false);
-    beginBusy(QStringLiteral("Baixando, validando e aplicando atualização..."), 0)->show();
+    QProgressDialog *dialog = beginBusy(QStringLiteral("Baixando, validando e aplicando atualização..."), 0);
+    dialog->show();
     auto *watcher = new QFutureWatcher<UpdateApplyResult>(this);
     connect(watcher, &QFutureWatcher<UpdateApplyResult>::finished, this, [this, watcher] {
         const UpdateApplyResult result = watcher->result();
@@ -155,9 +173,15 @@ void ConfigWindow::startUpdateApply(const Platform::UsbDevice &device, const Upd
         setError(error, QStringLiteral("Feche o Tavrinox antes de atualizar os bundles da unidade USB."));
         return false;
     };
+    // The apply reports from its own thread: each report is queued to the dialog, and the reports still
+    // queued when the dialog is deleted go with it.
+    const UpdateApplyProgressHandler progress = [dialog](const UpdateApplyProgress &report) {
+        QMetaObject::invokeMethod(
+            dialog, [dialog, report] { showApplyProgress(dialog, report); }, Qt::QueuedConnection);
+    };
     watcher->setFuture(
-        QtConcurrent::run(QThreadPool::globalInstance(), [root = device.rootPath, manifest, gate] {
-            return applyUpdate(root, manifest, gate);
+        QtConcurrent::run(QThreadPool::globalInstance(), [root = device.rootPath, manifest, gate, progress] {
+            return applyUpdate(root, manifest, gate, progress);
         }));
 }
 

@@ -41,18 +41,6 @@ bool anyExists(const QDir &directory, std::initializer_list<const char *> names)
     return false;
 }
 
-// A folder with the Qt libraries, the platform plugin and the MSVC runtime already runs as it is.
-bool isCompleteWindowsBundle(const QDir &directory)
-{
-    return allExist(directory, {"Qt6Core.dll", "platforms/qwindows.dll", "vcruntime140.dll",
-                                "vcruntime140_1.dll", "msvcp140.dll"});
-}
-
-bool isLinuxBundle(const QDir &directory)
-{
-    return anyExists(directory, {"lib", "plugins", "qt.conf"});
-}
-
 // What the Windows step copies: the whole folder, or the executable, the folder when no deployment tool
 // assembles the runtime, and the folder's libraries, which the copy goes through again.
 CopyTally windowsCopyTally(const PreparationSources &sources, bool deployToolPresent)
@@ -60,7 +48,7 @@ CopyTally windowsCopyTally(const PreparationSources &sources, bool deployToolPre
     if (sources.windowsExecutable.isEmpty())
         return {};
     const QString source = sources.windowsBundleDirectory();
-    if (isCompleteWindowsBundle(QDir(source)))
+    if (isCompleteWindowsBundle(source))
         return tallyTree(source);
     CopyTally tally = tallyTree(sources.windowsExecutable);
     if (!deployToolPresent)
@@ -76,7 +64,7 @@ CopyTally linuxCopyTally(const PreparationSources &sources)
     if (sources.linuxExecutable.isEmpty())
         return {};
     const QString source = sources.linuxBundleDirectory();
-    return tallyTree(isLinuxBundle(QDir(source)) ? source : sources.linuxExecutable);
+    return tallyTree(isLinuxBundle(source) ? source : sources.linuxExecutable);
 }
 
 // The copy of both bundles as the caller follows it: the bytes done against those of both bundles, and
@@ -89,7 +77,10 @@ public:
     BundleCopy(const PreparationControl &control, const CopyTally &windows, const CopyTally &linux)
         : m_control(control)
         , m_total{windows, linux}
-    {}
+    {
+        m_progress.totalBytes = windows.bytes + linux.bytes;
+        m_progress.totalFiles = windows.files + linux.files;
+    }
 
     CopyObserver observer(Bundle bundle)
     {
@@ -109,8 +100,12 @@ public:
     // Ends the count at the total even where a file counted beforehand was not there to copy.
     void finish()
     {
-        if (m_control.bytes && doneBytes() < totalBytes())
-            m_control.bytes(totalBytes(), totalBytes(), name(m_last));
+        if (m_control.copied &&
+            (m_progress.doneBytes < m_progress.totalBytes || m_progress.doneFiles < m_progress.totalFiles)) {
+            m_progress.doneBytes = m_progress.totalBytes;
+            m_progress.doneFiles = m_progress.totalFiles;
+            m_control.copied(m_progress);
+        }
     }
 
 private:
@@ -118,16 +113,15 @@ private:
     {
         return bundle == Windows ? QStringLiteral("Windows") : QStringLiteral("Linux");
     }
-    qint64 totalBytes() const { return m_total[Windows].bytes + m_total[Linux].bytes; }
     // A file whose size changed since it was counted must not push the count past the total.
-    qint64 doneBytes() const { return qMin(totalBytes(), m_done[Windows].bytes + m_done[Linux].bytes); }
-
     void copied(Bundle bundle, qint64 bytes, int files)
     {
         m_done[bundle] += {files, bytes};
-        m_last = bundle;
-        if (m_control.bytes)
-            m_control.bytes(doneBytes(), totalBytes(), name(bundle));
+        m_progress.doneBytes = qMin(m_progress.totalBytes, m_done[Windows].bytes + m_done[Linux].bytes);
+        m_progress.doneFiles = qMin(m_progress.totalFiles, m_done[Windows].files + m_done[Linux].files);
+        m_progress.bundle = name(bundle);
+        if (m_control.copied)
+            m_control.copied(m_progress);
     }
 
     QString leftText() const
@@ -151,10 +145,21 @@ private:
     const PreparationControl &m_control;
     CopyTally m_total[2];
     CopyTally m_done[2];
-    Bundle m_last = Windows;
+    CopyProgress m_progress;
 };
 
 } // namespace
+
+bool isCompleteWindowsBundle(const QString &directory)
+{
+    return allExist(QDir(directory), {"Qt6Core.dll", "platforms/qwindows.dll", "vcruntime140.dll",
+                                      "vcruntime140_1.dll", "msvcp140.dll"});
+}
+
+bool isLinuxBundle(const QString &directory)
+{
+    return anyExists(QDir(directory), {"lib", "plugins", "qt.conf"});
+}
 
 QString megabytesText(qint64 bytes)
 {
@@ -199,7 +204,7 @@ PreparationResult DrivePreparer::prepare(const QString &driveRoot, const Prepara
         return result;
 
     // Counting the bundles' files beforehand takes a walk of each: only for a caller that follows the copy.
-    const bool followed = control.bytes || control.stop;
+    const bool followed = control.copied || control.stop;
     BundleCopy copy(
         control, followed ? windowsCopyTally(sources, QFileInfo::exists(m_deployTool.program)) : CopyTally(),
         followed ? linuxCopyTally(sources) : CopyTally());
@@ -209,7 +214,7 @@ PreparationResult DrivePreparer::prepare(const QString &driveRoot, const Prepara
         const QString source = sources.windowsBundleDirectory();
         const CopyObserver observer = copy.observer(BundleCopy::Windows);
         removeInterruptedCopies(source, windowsFolder);
-        if (isCompleteWindowsBundle(QDir(source))) {
+        if (isCompleteWindowsBundle(source)) {
             if (!copyDirectory(source, windowsFolder, result, observer))
                 return result;
         } else {
@@ -231,7 +236,7 @@ PreparationResult DrivePreparer::prepare(const QString &driveRoot, const Prepara
         const QString source = sources.linuxBundleDirectory();
         const CopyObserver observer = copy.observer(BundleCopy::Linux);
         removeInterruptedCopies(source, linuxFolder);
-        if (isLinuxBundle(QDir(source))) {
+        if (isLinuxBundle(source)) {
             if (!copyDirectory(source, linuxFolder, result, observer))
                 return result;
         } else {

@@ -12,16 +12,32 @@ namespace Tavrinox {
 // Told before each step: its number, the number of steps and what it does.
 using PreparationProgress = std::function<void(int step, int total, const QString &message)>;
 
+// Whether a source folder is copied whole: a Windows build with its Qt libraries, platform plugin and
+// MSVC runtime, or a Linux build with any of lib/, plugins/ and qt.conf. Otherwise only the executable
+// goes, with the Windows runtime assembled around it.
+bool isCompleteWindowsBundle(const QString &directory);
+bool isLinuxBundle(const QString &directory);
+
 // Asked after the report of each step that writes to the drive, before it writes; false, with the reason
 // in *error, ends the preparation there with that reason as its message.
 using PreparationGate = std::function<bool(QString *error)>;
 
+// How far the copy of the bundles has gone. The bytes and files done only grow, and end at those of both
+// bundles together; a file counts once written or found in place.
+struct CopyProgress
+{
+    qint64 doneBytes = 0;
+    qint64 totalBytes = 0;
+    qint64 doneFiles = 0;
+    qint64 totalFiles = 0;
+    QString bundle; // the bundle at work: "Windows" or "Linux"
+};
+
 // How a caller follows the copy of the bundles and stops it, called on the thread that prepares.
 struct PreparationControl
 {
-    // Told as files are copied or found in place: the bytes done so far, which only grow and end at the
-    // bytes of both bundles together, those, and the bundle at work: "Windows" or "Linux".
-    std::function<void(qint64 doneBytes, qint64 totalBytes, const QString &bundle)> bytes;
+    // Told as bytes are written and as files are written or found in place.
+    std::function<void(const CopyProgress &progress)> copied;
     // Asked before each file; true ends the preparation there, with what was not copied in its message.
     // The files copied so far stay on the drive, each whole.
     std::function<bool()> stop;

@@ -4,7 +4,8 @@
 #   contents  the files and their modes, the control fields, the libraries on a Debian 12 system
 #   metadata  the desktop entry and the software-centre metadata through their validators
 #   lintian   no lintian errors (warnings and notes are printed, not fatal)
-#   start     the unpacked program starts offscreen and keeps running until it is stopped
+#   start     the unpacked window starts offscreen and keeps running until it is stopped; the unpacked
+#             terminal program answers --version and lists drives
 # The settings come from the environment CTest gives (packaging/packagetests.cmake).
 # Exit code 77: a tool is missing and the step is skipped.
 set -euo pipefail
@@ -48,10 +49,11 @@ check_contents() {
         ["./usr/share/metainfo/$APP_ID.metainfo.xml"]=-rw-r--r--
         ["./usr/share/doc/$DEB_PACKAGE/copyright"]=-rw-r--r--
         ["./usr/share/doc/$DEB_PACKAGE/changelog.gz"]=-rw-r--r--
-        ["./usr/share/man/man1/TavrinoxConfig.1.gz"]=-rw-r--r--
     )
+    # Every program on the path comes with its manual page.
     for program in $PROGRAMS; do
         expected["./usr/bin/$program"]=-rwxr-xr-x
+        expected["./usr/share/man/man1/$program.1.gz"]=-rw-r--r--
     done
     for size in $ICON_SIZES; do
         expected["./usr/share/icons/hicolor/${size}x${size}/apps/$APP_ID.png"]=-rw-r--r--
@@ -135,6 +137,12 @@ check_start() {
     wait "$pid" || true
     cat "$log"
     echo "The installed program ran for 4 seconds and was stopped."
+
+    # The terminal program needs no display: it answers and lists drives in the same clean environment.
+    env -i PATH=/usr/bin:/bin HOME="$home" LANG=C.UTF-8 "$root/usr/bin/tavrinox-cli" --version |
+        grep -qx "tavrinox-cli $VERSION" || fail "tavrinox-cli --version"
+    env -i PATH=/usr/bin:/bin HOME="$home" LANG=C.UTF-8 "$root/usr/bin/tavrinox-cli" list ||
+        fail "tavrinox-cli list ended with status $?"
 }
 
 case $step in

@@ -74,6 +74,12 @@ ZipBuilder &ZipBuilder::characterDevice(const QByteArray &path)
     return *this;
 }
 
+ZipBuilder &ZipBuilder::fifo(const QByteArray &path)
+{
+    m_entries.append({Kind::Fifo, path, {}, 0644});
+    return *this;
+}
+
 ZipBuilder &ZipBuilder::storeOnly()
 {
     m_storeOnly = true;
@@ -110,6 +116,7 @@ QByteArray ZipBuilder::bytes() const
             break;
         case Kind::File:
         case Kind::CharacterDevice:
+        case Kind::Fifo:
             archive_entry_set_filetype(entry.get(), AE_IFREG);
             archive_entry_set_size(entry.get(), item.data.size());
             break;
@@ -121,8 +128,9 @@ QByteArray ZipBuilder::bytes() const
     archive_write_close(writer.get());
 
     for (const Entry &item : m_entries) {
-        if (item.kind == Kind::CharacterDevice)
-            patchCentralMode(&zip, item.path, quint16(AE_IFCHR | item.permissions));
+        if (item.kind == Kind::CharacterDevice || item.kind == Kind::Fifo)
+            patchCentralMode(&zip, item.path,
+                             quint16((item.kind == Kind::Fifo ? AE_IFIFO : AE_IFCHR) | item.permissions));
     }
     return zip;
 }

@@ -20,6 +20,8 @@ public:
     ZipBuilder &hardLink(const QByteArray &path, const QByteArray &target);
     // The zip writer refuses devices, so the entry is written as a file and its Unix mode patched.
     ZipBuilder &characterDevice(const QByteArray &path);
+    // A named pipe, written the same way.
+    ZipBuilder &fifo(const QByteArray &path);
     // Stores entries uncompressed, so the archive's size follows its content byte for byte.
     ZipBuilder &storeOnly();
 
@@ -27,7 +29,7 @@ public:
     bool save(const QString &path) const;
 
 private:
-    enum class Kind { File, Directory, Symlink, HardLink, CharacterDevice };
+    enum class Kind { File, Directory, Symlink, HardLink, CharacterDevice, Fifo };
     struct Entry
     {
         Kind kind;
