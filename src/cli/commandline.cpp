@@ -46,7 +46,7 @@ struct CommandSpec
 
 const QList<CommandSpec> &commands()
 {
-    static const QList<CommandSpec> specs{
+    static const QList<CommandSpec> table{
         {"list",
          "",
          0,
@@ -109,32 +109,32 @@ const QList<CommandSpec> &commands()
          "copiaria e lista os arquivos ausentes, extras e diferentes (por tamanho; com --deep, também\n"
          "por SHA-256). Nada é gravado."},
     };
-    return specs;
+    return table;
 }
 
 const CommandSpec *findCommand(const QString &name)
 {
-    for (const CommandSpec &spec : commands()) {
-        if (name == QLatin1String(spec.name))
-            return &spec;
+    for (const CommandSpec &entry : commands()) {
+        if (name == QLatin1String(entry.name))
+            return &entry;
     }
     return nullptr;
 }
 
 const OptionSpec *findOption(const QString &name)
 {
-    for (const OptionSpec &spec : kOptions) {
-        if (name == QLatin1String(spec.longName) || (spec.shortName && name == QLatin1String(spec.shortName)))
-            return &spec;
+    for (const OptionSpec &entry : kOptions) {
+        if (name == QLatin1String(entry.longName) || (entry.shortName && name == QLatin1String(entry.shortName)))
+            return &entry;
     }
     return nullptr;
 }
 
 const OptionSpec &optionSpec(Option option)
 {
-    for (const OptionSpec &spec : kOptions) {
-        if (spec.option == option)
-            return spec;
+    for (const OptionSpec &entry : kOptions) {
+        if (entry.option == option)
+            return entry;
     }
     Q_UNREACHABLE();
 }
@@ -170,7 +170,7 @@ void store(CommandLine &line, Option option, const QString &value)
 }
 
 // The operands and options after the command; the first problem found is the one reported.
-QString readCommandArguments(const CommandSpec &spec, const QStringList &arguments, CommandLine &line)
+QString readCommandArguments(const CommandSpec &entry, const QStringList &arguments, CommandLine &line)
 {
     bool optionsEnded = false;
     for (qsizetype i = 0; i < arguments.size(); ++i) {
@@ -191,9 +191,9 @@ QString readCommandArguments(const CommandSpec &spec, const QStringList &argumen
             argument.truncate(equals);
         }
         const OptionSpec *option = findOption(argument);
-        if (!option || (option->option != Option::Help && !spec.options.contains(option->option)))
+        if (!option || (option->option != Option::Help && !entry.options.contains(option->option)))
             return QStringLiteral("o comando %1 não aceita a opção %2.")
-                .arg(QLatin1String(spec.name), argument);
+                .arg(QLatin1String(entry.name), argument);
         if (option->valueName && !inlineValue) {
             if (++i == arguments.size())
                 return QStringLiteral("falta o valor de %1.").arg(argument);
@@ -207,10 +207,10 @@ QString readCommandArguments(const CommandSpec &spec, const QStringList &argumen
     }
     if (line.help)
         return QString();
-    if (line.drives.size() < spec.minDrives)
+    if (line.drives.size() < entry.minDrives)
         return QStringLiteral("falta a unidade.");
-    if (spec.maxDrives >= 0 && line.drives.size() > spec.maxDrives)
-        return QStringLiteral("argumento a mais: %1").arg(line.drives.at(spec.maxDrives));
+    if (entry.maxDrives >= 0 && line.drives.size() > entry.maxDrives)
+        return QStringLiteral("argumento a mais: %1").arg(line.drives.at(entry.maxDrives));
     if (!line.server.isEmpty()) {
         const QUrl server(line.server, QUrl::StrictMode);
         if (!server.isValid() || server.scheme() != QLatin1String("https") || server.host().isEmpty())
@@ -220,13 +220,13 @@ QString readCommandArguments(const CommandSpec &spec, const QStringList &argumen
     return QString();
 }
 
-QString optionColumn(const OptionSpec &spec)
+QString optionColumn(const OptionSpec &entry)
 {
-    QString names = spec.shortName ? QStringLiteral("%1, %2").arg(QLatin1String(spec.shortName),
-                                                                  QLatin1String(spec.longName))
-                                   : QLatin1String(spec.longName);
-    if (spec.valueName)
-        names += QLatin1Char(' ') + QLatin1String(spec.valueName);
+    QString names = entry.shortName ? QStringLiteral("%1, %2").arg(QLatin1String(entry.shortName),
+                                                                  QLatin1String(entry.longName))
+                                   : QLatin1String(entry.longName);
+    if (entry.valueName)
+        names += QLatin1Char(' ') + QLatin1String(entry.valueName);
     return names;
 }
 
@@ -236,10 +236,10 @@ QString programHelp()
         usageLine(QString()) +
         QStringLiteral("\n\nPrepara, confere e atualiza unidades USB com o Tavrinox pelo terminal.\n\n"
                        "Comandos:\n");
-    for (const CommandSpec &spec : commands())
+    for (const CommandSpec &entry : commands())
         text += QStringLiteral("  %1%2\n")
-                    .arg(QLatin1String(spec.name), -10)
-                    .arg(QString::fromUtf8(spec.summary));
+                    .arg(QLatin1String(entry.name), -10)
+                    .arg(QString::fromUtf8(entry.summary));
     return text + QStringLiteral(
                       "\nUNIDADE é a raiz de montagem, o dispositivo ou o rótulo mostrado por \"tavrinox-cli "
                       "list\".\n"
@@ -268,25 +268,25 @@ CommandLine parseCommandLine(const QStringList &arguments)
         line.version = true;
         return line;
     }
-    const CommandSpec *spec = findCommand(first);
-    if (!spec) {
+    const CommandSpec *entry = findCommand(first);
+    if (!entry) {
         line.error = QStringLiteral("comando desconhecido: %1").arg(first);
         return line;
     }
     line.command = first;
-    line.error = readCommandArguments(*spec, arguments.mid(1), line);
+    line.error = readCommandArguments(*entry, arguments.mid(1), line);
     return line;
 }
 
 QString usageLine(const QString &command)
 {
-    const CommandSpec *spec = findCommand(command);
-    if (!spec)
+    const CommandSpec *entry = findCommand(command);
+    if (!entry)
         return QStringLiteral("Uso: tavrinox-cli COMANDO [OPÇÕES] [UNIDADE...]");
-    QString line = QStringLiteral("Uso: tavrinox-cli %1").arg(QLatin1String(spec->name));
-    if (*spec->operand)
-        line += QLatin1Char(' ') + QLatin1String(spec->operand);
-    for (const Option option : spec->options) {
+    QString line = QStringLiteral("Uso: tavrinox-cli %1").arg(QLatin1String(entry->name));
+    if (*entry->operand)
+        line += QLatin1Char(' ') + QLatin1String(entry->operand);
+    for (const Option option : entry->options) {
         const OptionSpec &described = optionSpec(option);
         line += QStringLiteral(" [%1]").arg(QLatin1String(described.longName));
         if (described.valueName)
@@ -297,12 +297,12 @@ QString usageLine(const QString &command)
 
 QString helpText(const QString &command)
 {
-    const CommandSpec *spec = findCommand(command);
-    if (!spec)
+    const CommandSpec *entry = findCommand(command);
+    if (!entry)
         return programHelp();
-    QString text = usageLine(command) + QStringLiteral("\n\n") + QString::fromUtf8(spec->description) +
+    QString text = usageLine(command) + QStringLiteral("\n\n") + QString::fromUtf8(entry->description) +
                    QStringLiteral("\n\nOpções:\n");
-    QList<Option> options = spec->options;
+    QList<Option> options = entry->options;
     options.append(Option::Help);
     for (const Option option : options) {
         const OptionSpec &described = optionSpec(option);
