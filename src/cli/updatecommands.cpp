@@ -9,11 +9,15 @@
 #include "update/runningcheck.h"
 #include "update/updateapply.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QSslCertificate>
 #include <QSslConfiguration>
 #include <QStorageInfo>
+
+#include <memory>
+#include <optional>
 
 namespace Tavrinox::Cli {
 
@@ -26,6 +30,34 @@ const QString kDriveGone =
                    "nada nela; monte a unidade novamente e atualize a lista antes de tentar outra vez.");
 const QString kCloseTavrinox =
     QStringLiteral("Feche o Tavrinox antes de atualizar os bundles da unidade USB.");
+
+// Each phase of the apply as a line on standard error, and on a terminal a bar for the download. The
+// reports come from the apply's thread and are drawn on the main thread, which owns standard error's bar.
+UpdateApplyProgressHandler applyProgressPrinter(qint64 packageSize)
+{
+    struct Shown
+    {
+        explicit Shown(qint64 total)
+            : bar(total)
+        {}
+        std::optional<UpdateApplyPhase> phase;
+        qint64 received = 0;
+        ProgressBar bar;
+    };
+    auto shown = std::make_shared<Shown>(qMax<qint64>(packageSize, 0));
+    return [shown](const UpdateApplyProgress &progress) {
+        QMetaObject::invokeMethod(QCoreApplication::instance(), [shown, progress] {
+            if (shown->phase != progress.phase && progress.phase != UpdateApplyPhase::Downloading)
+                printNote(updateApplyProgressText(progress));
+            shown->phase = progress.phase;
+            if (progress.phase == UpdateApplyPhase::Downloading && progress.total > 0) {
+                shown->bar.add(progress.received - shown->received);
+                shown->received = progress.received;
+                shown->bar.draw();
+            }
+        });
+    };
+}
 
 QUrl manifestUrl(const CommandLine &line)
 {
@@ -209,7 +241,9 @@ int updateDrive(const CommandLine &line)
     printNote(QStringLiteral("Baixando, validando e aplicando atualização..."));
     const UpdateManifest manifest = check.manifest;
     const UpdateApplyResult result = runInBackground(
-        [root, manifest, gate = writeGate(drive)] { return applyUpdate(root, manifest, gate); },
+        [root, manifest, gate = writeGate(drive), progress = applyProgressPrinter(manifest.size)] {
+            return applyUpdate(root, manifest, gate, progress);
+        },
         QStringLiteral(
             "Interrupção recebida: a atualização para antes da troca dos bundles ou, se a troca já "
             "começou, termina ou é revertida antes de o programa sair."));
