@@ -1,11 +1,19 @@
 // Applies a package of about 100 MB, served over HTTPS from 127.0.0.1, to a prepared drive folder, and
-// does the same by hand in the same run: curl, sha256sum, bsdtar -x (or unzip), and one mv per bundle.
-// The apply runs in a child process, so its peak memory is the manager's alone.
+// does the same by hand in the same run: curl, sha256sum, bsdtar -x (or unzip), one mv per bundle, rm of
+// the work folder, `sync -f` of the drive's file system and `sync` of its folder. The manager's apply puts
+// the new bundles on the medium before it reports success, so the pipeline ends with the same flushes for
+// a fair comparison.
+// The time of each step is printed for both. The apply runs in a child process, so its peak resident
+// memory (VmHWM) is the manager's alone; it is printed beside the package's size.
+// Then, as root, the same on an exFAT loop volume: the manager with its flushes, the manager under
+// eatmydata (which turns every fsync and syncfs into nothing), and the pipeline.
 // Usage: bench_apply [work folder]   (default: the system's temporary folder)
 
 #include "support/support.h"
+#include "update/sha256.h"
 
 #include <QCoreApplication>
+#include <QCryptographicHash>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
@@ -15,8 +23,6 @@
 #include <QTemporaryDir>
 #include <QtConcurrent>
 
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <cstdio>
 
@@ -24,7 +30,8 @@ namespace {
 
 constexpr qint64 kKiB = 1024;
 constexpr qint64 kMiB = 1024 * kKiB;
-constexpr int kRounds = 3;
+constexpr int kRounds = 5;
+constexpr int kExFatRounds = 3;
 const QString kApplyMode = QStringLiteral("--apply");
 
 // Libraries compress to a little over half: bytes drawn from sixteen values do the same under deflate.
@@ -59,7 +66,24 @@ QByteArray benchmarkPackage(const QString &work)
     return written && Fixture::zip(folder, zip) ? Fixture::read(zip) : QByteArray();
 }
 
-// The child: applies the package and prints its time and peak resident size.
+// The steps timed on each side: the manager's phases and the pipeline's commands.
+const QStringList kManagerSteps{"download+hash", "check", "write", "extract", "flush+replace"};
+const QStringList kHandSteps{"curl", "sha256sum", "bsdtar", "mv", "rm+sync"};
+
+// The highest resident size this process reached, in KiB.
+long peakResidentKiB()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray &line : status.readAll().split('\n')) {
+        if (line.startsWith("VmHWM:"))
+            return line.mid(6).trimmed().split(' ').value(0).toLong();
+    }
+    return -1;
+}
+
+// The child: applies the package and prints its time, its peak resident size and each phase's time.
 int applyInChild(const QStringList &arguments)
 {
     if (arguments.size() != 5 || !HttpsServer::trustTestCertificateAuthority())
@@ -72,16 +96,28 @@ int applyInChild(const QStringList &arguments)
 
     QElapsedTimer timer;
     timer.start();
+    // The phase reports arrive on the apply's thread: each change closes the time of the phase before.
+    QList<qint64> phaseEndsMs;
+    Tavrinox::UpdateApplyPhase current = Tavrinox::UpdateApplyPhase::Downloading;
+    const auto progress = [&](const Tavrinox::UpdateApplyProgress &report) {
+        if (report.phase != current)
+            phaseEndsMs.append(timer.elapsed());
+        current = report.phase;
+    };
     const Tavrinox::UpdateApplyResult result =
-        QtConcurrent::run([&] { return Tavrinox::applyUpdate(arguments.at(1), manifest); }).result();
+        QtConcurrent::run([&] {
+            return Tavrinox::applyUpdate(arguments.at(1), manifest, {}, progress);
+        }).result();
     const qint64 elapsedMs = timer.elapsed();
     if (!result.ok) {
         std::fprintf(stderr, "apply failed: %s\n", qPrintable(result.error));
         return 1;
     }
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    std::printf("%lld %ld\n", static_cast<long long>(elapsedMs), usage.ru_maxrss);
+    phaseEndsMs.append(elapsedMs);
+    std::printf("%lld %ld", static_cast<long long>(elapsedMs), peakResidentKiB());
+    for (int i = 0; i < phaseEndsMs.size(); ++i)
+        std::printf(" %lld", static_cast<long long>(phaseEndsMs.at(i) - (i ? phaseEndsMs.at(i - 1) : 0)));
+    std::printf("\n");
     return 0;
 }
 
@@ -100,20 +136,26 @@ bool run(const QString &program, const QStringList &arguments, QByteArray *outpu
     return true;
 }
 
-// Seconds for the manager's apply, measured by the child; its peak resident size goes to peakKiB.
+// Seconds for the manager's apply, measured by the child; its peak resident size goes to peakKiB and
+// the seconds of its phases to steps, when given. A wrapper, when given, runs the child (eatmydata).
 double secondsWithManager(const QString &root, const QUrl &url, const QString &sha256, qint64 size,
-                          long *peakKiB)
+                          long *peakKiB, QList<double> *steps = nullptr, const QString &wrapper = QString())
 {
+    QStringList arguments{kApplyMode, root, url.toString(), sha256, QString::number(size)};
+    if (!wrapper.isEmpty())
+        arguments.prepend(QCoreApplication::applicationFilePath());
     QByteArray output;
-    if (!run(QCoreApplication::applicationFilePath(),
-             {kApplyMode, root, url.toString(), sha256, QString::number(size)}, &output))
+    if (!run(wrapper.isEmpty() ? QCoreApplication::applicationFilePath() : wrapper, arguments, &output))
         return -1;
     const QList<QByteArray> figures = output.trimmed().split(' ');
     *peakKiB = std::max(*peakKiB, figures.value(1).toLong());
+    for (int i = 2; steps && i < figures.size(); ++i)
+        steps->append(figures.at(i).toLongLong() / 1000.0);
     return figures.value(0).toLongLong() / 1000.0;
 }
 
-double secondsByHand(const QString &root, const QUrl &url, const QString &sha256)
+// Seconds for the pipeline; the seconds of its commands go to steps.
+double secondsByHand(const QString &root, const QUrl &url, const QString &sha256, QList<double> *steps)
 {
     const QDir drive(root);
     const QString work = drive.filePath(QStringLiteral("Tavrinox/.update-by-hand"));
@@ -123,12 +165,21 @@ double secondsByHand(const QString &root, const QUrl &url, const QString &sha256
 
     QElapsedTimer timer;
     timer.start();
+    QElapsedTimer step;
+    step.start();
+    const auto stepDone = [&] {
+        steps->append(step.nsecsElapsed() / 1e9);
+        step.restart();
+        return true;
+    };
     QByteArray sum;
     if (!QDir().mkpath(extracted) ||
         !run(QStringLiteral("curl"), {"-sSf", "--cacert", TAVRINOX_BENCH_CA, "-o", zip, url.toString()}) ||
-        !run(QStringLiteral("sha256sum"), {zip}, &sum) || !sum.startsWith(sha256.toLatin1()) ||
+        !stepDone() || !run(QStringLiteral("sha256sum"), {zip}, &sum) || !sum.startsWith(sha256.toLatin1()) ||
+        !stepDone() ||
         !(haveBsdtar ? run(QStringLiteral("bsdtar"), {"-xf", zip, "-C", extracted})
-                     : run(QStringLiteral("unzip"), {"-q", zip, "-d", extracted})))
+                     : run(QStringLiteral("unzip"), {"-q", zip, "-d", extracted})) ||
+        !stepDone())
         return -1;
     for (const char *bundle : {"windows", "linux"}) {
         const QString name = QLatin1String("Tavrinox/") + QLatin1String(bundle);
@@ -136,6 +187,13 @@ double secondsByHand(const QString &root, const QUrl &url, const QString &sha256
                  {"-T", "-b", extracted + QLatin1Char('/') + name, drive.filePath(name)}))
             return -1;
     }
+    stepDone();
+    // syncfs, then an fsync of the drive's folder, which is what makes a FUSE file system such as
+    // exfat-fuse write out its state: the same two flushes the program makes before it reports success.
+    if (!run(QStringLiteral("rm"), {"-rf", work}) || !run(QStringLiteral("sync"), {"-f", root}) ||
+        !run(QStringLiteral("sync"), {root}))
+        return -1;
+    stepDone();
     return timer.nsecsElapsed() / 1e9;
 }
 
@@ -143,6 +201,73 @@ double median(QList<double> values)
 {
     std::sort(values.begin(), values.end());
     return values.at(values.size() / 2);
+}
+
+// The apply on an exFAT volume mounted through FUSE, as a USB stick often is on Linux: with its flushes,
+// without them, and by hand.
+void measureOnExFat(const QUrl &url, const QString &sha256, qint64 size)
+{
+    const QString eatmydata = QStandardPaths::findExecutable(QStringLiteral("eatmydata"));
+    Fixture::Volume volume;
+    QString why = QStringLiteral("eatmydata is not installed");
+    if (eatmydata.isEmpty() || !volume.mount(QStringLiteral("exfat"), 1024, &why)) {
+        std::printf("exFAT: not measured (%s)\n", qPrintable(why));
+        return;
+    }
+    QList<double> seconds[3];
+    long peakKiB = 0;
+    QList<double> steps;
+    for (int round = 0; round < kExFatRounds; ++round) {
+        for (int run = 0; run < 3; ++run) {
+            const QString drive = volume.path + QStringLiteral("/drive%1").arg(run);
+            if (!Fixture::makeDrive(drive, QStringLiteral("1.0.0")))
+                return;
+            seconds[run].append(run == 2 ? secondsByHand(drive, url, sha256, &steps)
+                                         : secondsWithManager(drive, url, sha256, size, &peakKiB, nullptr,
+                                                              run == 1 ? eatmydata : QString()));
+            QDir(drive).removeRecursively();
+            if (seconds[run].last() < 0)
+                return;
+        }
+    }
+    const double manager = median(seconds[0]);
+    const double withoutFlushes = median(seconds[1]);
+    const double hand = median(seconds[2]);
+    std::printf("exFAT loop volume (median of %d): manager %.2f s, by hand (with sync) %.2f s, ratio %.2f; "
+                "manager without flushes %.2f s, flush cost ratio %.2f\n",
+                kExFatRounds, manager, hand, manager / hand, withoutFlushes, manager / withoutFlushes);
+}
+
+// One line of per-step medians; rounds[r][i] is step i of round r.
+void printSteps(const char *who, const QStringList &names, const QList<QList<double>> &rounds)
+{
+    std::printf("  %s:", who);
+    for (int i = 0; i < names.size(); ++i) {
+        QList<double> values;
+        for (const QList<double> &round : rounds)
+            values.append(round.value(i));
+        std::printf(" %s %.2f s%s", qPrintable(names.at(i)), median(values),
+                    i + 1 < names.size() ? "," : "\n");
+    }
+}
+
+// The package hash alone, as Qt 6.4 and as OpenSSL compute it, beside sha256sum.
+void printHashSpeeds(const QByteArray &package, const QString &zip)
+{
+    QElapsedTimer timer;
+    timer.start();
+    QCryptographicHash::hash(package, QCryptographicHash::Sha256);
+    const double qt = timer.nsecsElapsed() / 1e9;
+    timer.restart();
+    Tavrinox::Sha256 openssl;
+    openssl.addData(package.constData(), package.size());
+    openssl.hexResult();
+    const double ours = timer.nsecsElapsed() / 1e9;
+    timer.restart();
+    run(QStringLiteral("sha256sum"), {zip});
+    std::printf(
+        "hash of the package alone: QCryptographicHash %.2f s, OpenSSL (used) %.2f s, sha256sum %.2f s\n", qt,
+        ours, timer.nsecsElapsed() / 1e9);
 }
 
 } // namespace
@@ -157,10 +282,14 @@ int main(int argc, char **argv)
     QTemporaryDir work(arguments.isEmpty() ? QDir::tempPath() + QStringLiteral("/bench_apply-XXXXXX")
                                            : arguments.first() + QStringLiteral("/bench_apply-XXXXXX"));
     HttpsServer server;
+    if (!work.isValid() || !HttpsServer::trustTestCertificateAuthority() || !server.start()) {
+        std::fprintf(stderr, "cannot set up the package's HTTPS server\n");
+        return 1;
+    }
     std::printf("building the package...\n");
-    const QByteArray package = work.isValid() ? benchmarkPackage(work.path()) : QByteArray();
-    if (package.isEmpty() || !HttpsServer::trustTestCertificateAuthority() || !server.start()) {
-        std::fprintf(stderr, "cannot set up the package and its server\n");
+    const QByteArray package = benchmarkPackage(work.path());
+    if (package.isEmpty()) {
+        std::fprintf(stderr, "cannot build the package (bsdtar is needed)\n");
         return 1;
     }
     const QString sha256 = Fixture::sha256(package);
@@ -170,6 +299,8 @@ int main(int argc, char **argv)
 
     QList<double> managerSeconds;
     QList<double> handSeconds;
+    QList<QList<double>> managerSteps;
+    QList<QList<double>> handSteps;
     long peakKiB = 0;
     for (int round = 0; round < kRounds; ++round) {
         const QString managerDrive = work.filePath(QStringLiteral("manager%1").arg(round));
@@ -179,8 +310,11 @@ int main(int argc, char **argv)
             std::fprintf(stderr, "cannot lay out the drives\n");
             return 1;
         }
-        managerSeconds.append(secondsWithManager(managerDrive, url, sha256, package.size(), &peakKiB));
-        handSeconds.append(secondsByHand(handDrive, url, sha256));
+        managerSteps.append(QList<double>());
+        handSteps.append(QList<double>());
+        managerSeconds.append(
+            secondsWithManager(managerDrive, url, sha256, package.size(), &peakKiB, &managerSteps.last()));
+        handSeconds.append(secondsByHand(handDrive, url, sha256, &handSteps.last()));
         if (managerSeconds.last() < 0 || handSeconds.last() < 0)
             return 1;
         std::printf("round %d: manager %.2f s, by hand %.2f s\n", round + 1, managerSeconds.last(),
@@ -190,8 +324,19 @@ int main(int argc, char **argv)
     }
     const double manager = median(managerSeconds);
     const double hand = median(handSeconds);
-    std::printf("median: manager %.2f s, by hand %.2f s, ratio %.2f\n", manager, hand, manager / hand);
-    std::printf("manager peak resident memory: %.1f MiB (package %.1f MiB)\n", peakKiB / 1024.0,
-                double(package.size()) / kMiB);
+    std::printf("median: manager %.2f s, by hand (with sync) %.2f s, ratio %.2f (goal <= 1.10)\n", manager,
+                hand, manager / hand);
+    printSteps("manager", kManagerSteps, managerSteps);
+    printSteps("by hand", kHandSteps, handSteps);
+    const double packageMiB = double(package.size()) / kMiB;
+    std::printf(
+        "manager peak resident memory: %.1f MiB, package %.1f MiB, above the package %.1f MiB (goal <= "
+        "80 MiB)\n",
+        peakKiB / 1024.0, packageMiB, peakKiB / 1024.0 - packageMiB);
+    const QString zip = work.filePath(QStringLiteral("package.zip"));
+    QFile zipFile(zip);
+    if (zipFile.open(QIODevice::WriteOnly) && zipFile.write(package) == package.size() && zipFile.flush())
+        printHashSpeeds(package, zip);
+    measureOnExFat(url, sha256, package.size());
     return 0;
 }

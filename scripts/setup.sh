@@ -9,11 +9,12 @@ build_dir=${TAVRINOX_BUILD_DIR:-$top/build}
 packages=(
     cmake ninja-build g++ pkg-config
     qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins libgl-dev
-    libarchive-dev libarchive-tools
+    libarchive-dev libarchive-tools libssl-dev
     g++-mingw-w64-x86-64-posix
-    exfatprogs exfat-fuse fuse3 e2fsprogs
+    exfatprogs exfat-fuse fuse3 e2fsprogs eatmydata
     openssl curl unzip
     xvfb xauth imagemagick
+    dpkg-dev desktop-file-utils appstream lintian python3-yaml
 )
 
 missing=()

@@ -188,13 +188,13 @@ private slots:
         QVERIFY(situation != "unprepared" || QDir(root + "Tavrinox").removeRecursively());
         QVERIFY(situation != "failed" || write(updateJournalPath(root), "{ not json"));
         QVERIFY(situation != "recovering" ||
-                (write(at("other/Tavrinox/")) && writeUpdateJournal(at("other"), {{"phase", "staged"}})));
+                (write(at("other/Tavrinox/")) && writeUpdateJournal(at("other"), {{"phase", "staged"}, {"id", "20260301140509"}})));
         const QByteArray bytes = package();
         publish(bytes, situation == "Não" ? "" : "Correções.");
         if (situation == "1.0.0" || situation == "404")
             m_server.route(
                 kManifest, situation == "404" ? 404 : 200,
-                json("{'schemaVersion':1,'app':'Tavrinox','version':'1.0.0','packageUrl':'u','sha256':'a'}"));
+                json("{'schemaVersion':1,'app':'Tavrinox','version':'1.0.0','packageUrl':'https://h/p','sha256':'a'}"));
         if (situation == "hash")
             m_server.route("/package.zip", 200, "another package");
         QProcess application; // while pre-conditions are tested, started from a folder of its own

@@ -1,14 +1,17 @@
 #include "app/configwindow.h"
 
 #include "app/backgroundwidget.h"
+#include "app/busydialog.h"
 #include "app/configaboutdialog.h"
 #include "app/licenseactivationsdialog.h"
 #include "buildconfig.h"
+#include "errortext.h"
 #include "platform/linux/linuxdevicemanager.h"
 #include "platform/windows/windowsdevicemanager.h"
 #include "transaction/updatejournal.h"
 
 #include <QAction>
+#include <QCloseEvent>
 #include <QComboBox>
 #include <QCoreApplication>
 #include <QFileInfo>
@@ -23,6 +26,7 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QStatusBar>
+#include <QStyle>
 #include <QTextEdit>
 #include <QVBoxLayout>
 
@@ -48,6 +52,10 @@ const QString kContentPanelStyle = QStringLiteral(
 const QString kStatusLabelStyle =
     QStringLiteral("QLabel {  font-size: 11px;  border-left: 1px solid #c8c8c8;  padding-left: 6px;"
                    "  padding-right: 6px;}");
+
+constexpr int kPictureSpacing = 164;
+constexpr int kLogHeight = 100;
+constexpr int kLogMinimumHeight = 40; // two lines
 
 std::optional<QSize> primaryScreenAvailableSize()
 {
@@ -85,6 +93,7 @@ ConfigWindowSetup ConfigWindowSetup::platformDefaults()
     setup.deviceManager = std::make_unique<Platform::Linux::LinuxDeviceManager>();
 #endif
     setup.bundleSearchDirectory = QCoreApplication::applicationDirPath();
+    setup.bundleInstalledDirectories = installedBundleDirectories(setup.bundleSearchDirectory);
     setup.bundleSourceTree = QString::fromUtf8(Build::kBundleSourceTree);
     return setup;
 }
@@ -97,8 +106,10 @@ ConfigWindow::ConfigWindow(ConfigWindowSetup setup, QWidget *parent)
     : QMainWindow(parent)
     , m_deviceManager(std::move(setup.deviceManager))
     , m_bundleSearchDirectory(setup.bundleSearchDirectory)
+    , m_bundleInstalledDirectories(setup.bundleInstalledDirectories)
     , m_bundleSourceTree(setup.bundleSourceTree)
     , m_updateManifestUrl(setup.updateManifestUrl)
+    , m_updatePublicKey(setup.updatePublicKey)
 {
     setWindowTitle(kBoxTitle);
     createActions();
@@ -171,7 +182,7 @@ void ConfigWindow::createCentralArea()
 
     m_log = new QTextEdit;
     m_log->setReadOnly(true);
-    m_log->setFixedHeight(100);
+    m_log->setFixedHeight(kLogHeight);
 
     QFormLayout *driveForm = newSourceFormLayout(0);
     driveForm->addRow(QStringLiteral("Unidade USB:"), m_deviceCombo);
@@ -190,7 +201,9 @@ void ConfigWindow::createCentralArea()
     auto *panelLayout = new QVBoxLayout(panel);
     panelLayout->setContentsMargins(18, 16, 18, 18);
     panelLayout->setSpacing(0);
-    panelLayout->addSpacing(164);
+    // Leaves the top of the picture in view.
+    m_pictureSpacer = new QSpacerItem(0, kPictureSpacing, QSizePolicy::Minimum, QSizePolicy::Fixed);
+    panelLayout->addSpacerItem(m_pictureSpacer);
     panelLayout->addWidget(marketingLabel);
     panelLayout->addSpacing(38);
     panelLayout->addWidget(subtitleLabel);
@@ -220,6 +233,33 @@ void ConfigWindow::createStatusBar()
     statusBar()->addPermanentWidget(m_versionLabel);
     statusBar()->addPermanentWidget(m_makerLabel);
     adjustSize();
+    fitToScreen();
+}
+
+// On a screen too small for the window the picture area gives up what the window has too much. Then the
+// panel's content is made to fit the panel, whose room the picture's shape decides: the space above the
+// text gives way first and the log's height after it, so that nothing is cut off.
+void ConfigWindow::fitToScreen()
+{
+    QWidget *background = centralWidget();
+    if (const std::optional<QSize> available = primaryScreenAvailableSize()) {
+        // The frame is not part of the window's size, nor known before the window is first shown; the
+        // style's measures of one stand in for it.
+        const int border = style()->pixelMetric(QStyle::PM_MdiSubWindowFrameWidth, nullptr, this);
+        const int titleBar = style()->pixelMetric(QStyle::PM_TitleBarHeight, nullptr, this);
+        const QSize room = *available - QSize(2 * border, titleBar + border);
+        const QSize excess = (sizeHint() - room).expandedTo(QSize(0, 0));
+        background->setFixedSize(background->minimumSize() - excess);
+    }
+    QWidget *panel = background->findChild<QFrame *>(QStringLiteral("contentPanel"));
+    const QMargins margins = background->layout()->contentsMargins();
+    const int deficit =
+        panel->minimumSizeHint().height() - (background->height() - margins.top() - margins.bottom());
+    const int spacing = qBound(0, kPictureSpacing - deficit, kPictureSpacing);
+    m_pictureSpacer->changeSize(0, spacing, QSizePolicy::Minimum, QSizePolicy::Fixed);
+    m_log->setFixedHeight(
+        qBound(kLogMinimumHeight, kLogHeight - (deficit - (kPictureSpacing - spacing)), kLogHeight));
+    panel->layout()->invalidate();
     setFixedSize(sizeHint());
 }
 
@@ -239,8 +279,10 @@ void ConfigWindow::connectSignals()
 
 void ConfigWindow::updateBundleSourceStatus()
 {
-    m_windowsSource = locateWindowsBundle(m_bundleSearchDirectory, m_bundleSourceTree);
-    m_linuxSource = locateLinuxBundle(m_bundleSearchDirectory, m_bundleSourceTree);
+    m_windowsSource =
+        locateWindowsBundle(m_bundleSearchDirectory, m_bundleSourceTree, m_bundleInstalledDirectories);
+    m_linuxSource =
+        locateLinuxBundle(m_bundleSearchDirectory, m_bundleSourceTree, m_bundleInstalledDirectories);
 
     const bool windowsFound = m_windowsSource.isAvailable();
     m_windowsSourceLabel->setText(windowsFound ? QStringLiteral("Disponível") : QStringLiteral("Ausente"));
@@ -255,6 +297,8 @@ void ConfigWindow::updateBundleSourceStatus()
 
 void ConfigWindow::refreshDevices()
 {
+    if (isBusy())
+        return;
     m_deviceCombo->clear();
     m_devices.clear();
     if (!m_deviceManager) {
@@ -289,7 +333,7 @@ void ConfigWindow::refreshDevices()
     for (const Platform::UsbDevice &device : std::as_const(m_devices)) {
         if (device.isUsable() && QFileInfo::exists(updateJournalPath(device.rootPath)) &&
             !m_recoveringRoots.contains(device.rootPath) && !m_failedRecoveryRoots.contains(device.rootPath))
-            recoverPendingUpdateInBackground(device.rootPath);
+            recoverPendingUpdateInBackground(device);
     }
 }
 
@@ -312,6 +356,45 @@ bool ConfigWindow::askYesNo(const QString &title, const QString &text)
     box.setDefaultButton(no);
     box.exec();
     return box.clickedButton() == yes;
+}
+
+bool ConfigWindow::isDriveInPlace(const Platform::UsbDevice &device) const
+{
+    return m_deviceManager && Platform::isChosenDriveInPlace(*m_deviceManager, device);
+}
+
+Platform::DriveWriteGate ConfigWindow::driveGate(const Platform::UsbDevice &device,
+                                                 const QString &refusal) const
+{
+    return [manager = m_deviceManager, device, refusal](QString *error) {
+        if (manager && Platform::isChosenDriveInPlace(*manager, device))
+            return true;
+        setError(error, refusal);
+        return false;
+    };
+}
+
+BusyDialog *ConfigWindow::beginBusy(const QString &label, int maximum)
+{
+    m_busyDialog = new BusyDialog(label, maximum, this);
+    return m_busyDialog;
+}
+
+// Deleted at once rather than later: the result boxes that follow run event loops that do not delete.
+void ConfigWindow::endBusy()
+{
+    delete m_busyDialog;
+    m_busyDialog = nullptr;
+}
+
+void ConfigWindow::closeEvent(QCloseEvent *event)
+{
+    if (isBusy()) {
+        event->ignore();
+        appendLog(QStringLiteral("Aguarde o fim da operação em andamento antes de fechar o programa."));
+        return;
+    }
+    QMainWindow::closeEvent(event);
 }
 
 void ConfigWindow::appendLog(const QString &message)

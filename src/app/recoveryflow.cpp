@@ -7,8 +7,15 @@
 
 namespace Tavrinox {
 
-void ConfigWindow::recoverPendingUpdateInBackground(const QString &root)
+void ConfigWindow::recoverPendingUpdateInBackground(const Platform::UsbDevice &device)
 {
+    const QString root = device.rootPath;
+    if (!isDriveInPlace(device)) {
+        appendLog(QStringLiteral("A atualização pendente em %1 não foi verificada: a unidade USB foi "
+                                 "removida ou desmontada.")
+                      .arg(root));
+        return;
+    }
     m_recoveringRoots.insert(root);
     ++m_pendingRecoveryCount;
     setUpdateControlsEnabled(false);

@@ -1,5 +1,7 @@
 #include "app/configwindow.h"
 
+#include "app/busydialog.h"
+#include "errortext.h"
 #include "update/runningcheck.h"
 #include "update/updateapply.h"
 
@@ -8,7 +10,7 @@
 #include <QFileInfo>
 #include <QFutureWatcher>
 #include <QMessageBox>
-#include <QProgressDialog>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QStorageInfo>
 #include <QThreadPool>
@@ -18,24 +20,24 @@ namespace Tavrinox {
 
 namespace {
 
-// An indeterminate bar the user cannot cancel; being application-modal, it also keeps every other
-// command out of reach while the task runs.
-QProgressDialog *showBusyDialog(QWidget *window, const QString &label)
-{
-    auto *dialog = new QProgressDialog(label, QString(), 0, 0, window);
-    dialog->setCancelButton(nullptr);
-    dialog->setWindowModality(Qt::ApplicationModal);
-    dialog->setMinimumDuration(0);
-    dialog->show();
-    return dialog;
-}
+const QString kDriveGone =
+    QStringLiteral("A unidade USB foi removida ou desmontada. A atualização foi interrompida sem gravar mais "
+                   "nada nela; monte a unidade novamente e atualize a lista antes de tentar outra vez.");
 
-// The handlers go on to show message boxes, whose event loops do not run deferred deletions, so the
-// busy bar is hidden at once.
-void dismissBusyDialog(QProgressDialog *dialog)
+// The bar moves with the download's bytes when their total is known, and is a busy bar otherwise. The
+// value goes to the bar itself: the modal dialog's setValue() runs the event loop, which could deliver
+// the apply's end and delete the dialog in the middle of that call.
+void showApplyProgress(QProgressDialog *dialog, const UpdateApplyProgress &progress)
 {
-    dialog->hide();
-    dialog->deleteLater();
+    constexpr int kSteps = 1000;
+    dialog->setLabelText(updateApplyProgressText(progress));
+    if (progress.phase != UpdateApplyPhase::Downloading || progress.total <= 0) {
+        dialog->setRange(0, 0);
+        return;
+    }
+    dialog->setRange(0, kSteps);
+    if (auto *bar = dialog->findChild<QProgressBar *>())
+        bar->setValue(int(qMin<qint64>(kSteps, progress.received * kSteps / progress.total)));
 }
 
 bool isWritableVolume(const QString &root)
@@ -48,11 +50,13 @@ bool isWritableVolume(const QString &root)
 
 void ConfigWindow::updateSelectedDevice()
 {
+    if (isBusy())
+        return;
     Platform::UsbDevice device;
     if (!selectedDevice(&device))
         return;
     const QString root = device.rootPath;
-    if (!device.isUsable()) {
+    if (!device.isUsable() || !isDriveInPlace(device)) {
         QMessageBox::information(
             this, kBoxTitle,
             QStringLiteral("Monte a unidade USB e atualize a lista antes de verificar atualizações."));
@@ -93,12 +97,12 @@ void ConfigWindow::updateSelectedDevice()
     }
 
     setUpdateControlsEnabled(false);
-    QProgressDialog *dialog = showBusyDialog(this, QStringLiteral("Consultando manifesto de atualização..."));
+    beginBusy(QStringLiteral("Consultando manifesto de atualização..."), 0)->show();
     auto *watcher = new QFutureWatcher<UpdateCheckResult>(this);
-    connect(watcher, &QFutureWatcher<UpdateCheckResult>::finished, this, [this, watcher, dialog, root] {
+    connect(watcher, &QFutureWatcher<UpdateCheckResult>::finished, this, [this, watcher, device, root] {
         const UpdateCheckResult result = watcher->result();
         watcher->deleteLater();
-        dismissBusyDialog(dialog);
+        endBusy();
         setUpdateControlsEnabled(true);
 
         if (!result.ok) {
@@ -128,23 +132,25 @@ void ConfigWindow::updateSelectedDevice()
             appendLog(QStringLiteral("Atualização cancelada pelo usuário."));
             return;
         }
-        startUpdateApply(root, result.manifest);
+        startUpdateApply(device, result.manifest);
     });
-    const QUrl manifestUrl = m_updateManifestUrl;
-    watcher->setFuture(QtConcurrent::run(QThreadPool::globalInstance(),
-                                         [root, manifestUrl] { return checkForUpdate(root, manifestUrl); }));
+    watcher->setFuture(
+        QtConcurrent::run(QThreadPool::globalInstance(),
+                          [root, manifestUrl = m_updateManifestUrl, publicKey = m_updatePublicKey] {
+                              return checkForUpdate(root, manifestUrl, publicKey);
+                          }));
 }
 
-void ConfigWindow::startUpdateApply(const QString &root, const UpdateManifest &manifest)
+void ConfigWindow::startUpdateApply(const Platform::UsbDevice &device, const UpdateManifest &manifest)
 {
     setUpdateControlsEnabled(false);
-    QProgressDialog *dialog =
-        showBusyDialog(this, QStringLiteral("Baixando, validando e aplicando atualização..."));
+    QProgressDialog *dialog = beginBusy(QStringLiteral("Baixando, validando e aplicando atualização..."), 0);
+    dialog->show();
     auto *watcher = new QFutureWatcher<UpdateApplyResult>(this);
-    connect(watcher, &QFutureWatcher<UpdateApplyResult>::finished, this, [this, watcher, dialog] {
+    connect(watcher, &QFutureWatcher<UpdateApplyResult>::finished, this, [this, watcher] {
         const UpdateApplyResult result = watcher->result();
         watcher->deleteLater();
-        dismissBusyDialog(dialog);
+        endBusy();
         setUpdateControlsEnabled(true);
 
         if (!result.ok) {
@@ -157,8 +163,26 @@ void ConfigWindow::startUpdateApply(const QString &root, const UpdateManifest &m
             this, kBoxTitle,
             QStringLiteral("Atualização concluída.\n\nVersão instalada: %1").arg(result.version));
     });
-    watcher->setFuture(QtConcurrent::run(QThreadPool::globalInstance(),
-                                         [root, manifest] { return applyUpdate(root, manifest); }));
+    // The stick may have been pulled and Tavrinox started during the download: both are asked again
+    // before anything is written.
+    const UpdateWriteGate gate = [driveInPlace = driveGate(device, kDriveGone)](QString *error) {
+        if (!driveInPlace(error))
+            return false;
+        if (!isTavrinoxRunning())
+            return true;
+        setError(error, QStringLiteral("Feche o Tavrinox antes de atualizar os bundles da unidade USB."));
+        return false;
+    };
+    // The apply reports from its own thread: each report is queued to the dialog, and the reports still
+    // queued when the dialog is deleted go with it.
+    const UpdateApplyProgressHandler progress = [dialog](const UpdateApplyProgress &report) {
+        QMetaObject::invokeMethod(
+            dialog, [dialog, report] { showApplyProgress(dialog, report); }, Qt::QueuedConnection);
+    };
+    watcher->setFuture(
+        QtConcurrent::run(QThreadPool::globalInstance(), [root = device.rootPath, manifest, gate, progress] {
+            return applyUpdate(root, manifest, gate, progress);
+        }));
 }
 
 } // namespace Tavrinox

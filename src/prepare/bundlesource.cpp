@@ -5,7 +5,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
-#include <QStringList>
+#include <QStandardPaths>
 
 namespace Tavrinox {
 
@@ -15,6 +15,7 @@ struct CandidateLists
 {
     QStringList besideProgram;
     QStringList inSourceTree;
+    QStringList inInstalledFolder;
 };
 
 // Existence alone decides: a directory named like the executable counts, and nothing checks that the
@@ -35,11 +36,19 @@ bool findFirstExisting(const QString &base, const QStringList &candidates, Bundl
     return false;
 }
 
-BundleSource locate(const QString &programDirectory, const QString &sourceTree, const CandidateLists &lists)
+// A bundle beside the program belongs to that copy (a portable folder carries its own), so it wins. The
+// installed folders come next and the build-time source tree last: the tree is a developer's fallback,
+// and keeping it last leaves fromBuildTree meaning that nothing installed was found.
+BundleSource locate(const QString &programDirectory, const QStringList &installedDirectories,
+                    const QString &sourceTree, const CandidateLists &lists)
 {
     BundleSource source;
     if (findFirstExisting(programDirectory, lists.besideProgram, &source))
         return source;
+    for (const QString &directory : installedDirectories) {
+        if (findFirstExisting(directory, lists.inInstalledFolder, &source))
+            return source;
+    }
     if (findFirstExisting(sourceTree, lists.inSourceTree, &source))
         source.fromBuildTree = true;
     return source;
@@ -55,6 +64,7 @@ const CandidateLists &windowsCandidates()
          QStringLiteral("out/build/x64-release/Tavrinox.exe"),
          QStringLiteral("out/build/x64-release/Release/Tavrinox.exe"),
          QStringLiteral("out/install/x64-release/bin/Tavrinox.exe")},
+        {QStringLiteral("windows-x64/Tavrinox.exe")},
     };
     return lists;
 }
@@ -67,32 +77,50 @@ const CandidateLists &linuxCandidates()
         {QStringLiteral("../out/build/linux-x64-release/Tavrinox/Tavrinox"),
          QStringLiteral("bundles/linux-x64/Tavrinox"),
          QStringLiteral("out/build/linux-x64-release/Tavrinox")},
+        {QStringLiteral("linux-x64/Tavrinox")},
     };
     return lists;
 }
 
 } // namespace
 
+QStringList installedBundleDirectories(const QString &programDirectory)
+{
+    QStringList directories;
+    const QString userData = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+    if (!userData.isEmpty())
+        directories.append(QDir(userData).filePath(QStringLiteral("tavrinox/bundles")));
+    // Found from the program's own folder rather than a fixed path, so that a package installed under
+    // any prefix, or a Windows installation in whatever folder was chosen, finds its own copy.
+    directories.append(QDir::cleanPath(
+        QDir(programDirectory).filePath(QString::fromUtf8(Build::kInstalledBundlesFromProgram))));
+    return directories;
+}
+
 BundleSource locateWindowsBundle()
 {
-    return locateWindowsBundle(QCoreApplication::applicationDirPath(),
-                               QString::fromUtf8(Build::kBundleSourceTree));
+    const QString programDirectory = QCoreApplication::applicationDirPath();
+    return locateWindowsBundle(programDirectory, QString::fromUtf8(Build::kBundleSourceTree),
+                               installedBundleDirectories(programDirectory));
 }
 
 BundleSource locateLinuxBundle()
 {
-    return locateLinuxBundle(QCoreApplication::applicationDirPath(),
-                             QString::fromUtf8(Build::kBundleSourceTree));
+    const QString programDirectory = QCoreApplication::applicationDirPath();
+    return locateLinuxBundle(programDirectory, QString::fromUtf8(Build::kBundleSourceTree),
+                             installedBundleDirectories(programDirectory));
 }
 
-BundleSource locateWindowsBundle(const QString &programDirectory, const QString &sourceTree)
+BundleSource locateWindowsBundle(const QString &programDirectory, const QString &sourceTree,
+                                 const QStringList &installedDirectories)
 {
-    return locate(programDirectory, sourceTree, windowsCandidates());
+    return locate(programDirectory, installedDirectories, sourceTree, windowsCandidates());
 }
 
-BundleSource locateLinuxBundle(const QString &programDirectory, const QString &sourceTree)
+BundleSource locateLinuxBundle(const QString &programDirectory, const QString &sourceTree,
+                               const QStringList &installedDirectories)
 {
-    return locate(programDirectory, sourceTree, linuxCandidates());
+    return locate(programDirectory, installedDirectories, sourceTree, linuxCandidates());
 }
 
 } // namespace Tavrinox

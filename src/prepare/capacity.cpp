@@ -25,22 +25,10 @@ qint64 topLevelLibrariesSize(const QString &directory)
 
 } // namespace
 
+// Counts what the copy copies: a link leading back into the walk is skipped there, so it is here.
 qint64 directorySize(const QString &path)
 {
-    const QFileInfo info(path);
-    if (!info.exists())
-        return 0;
-    if (!info.isDir())
-        return info.size();
-
-    qint64 total = 0;
-    QDirIterator entries(path, kBundleEntryFilter);
-    while (entries.hasNext()) {
-        entries.next();
-        const QFileInfo entry = entries.fileInfo();
-        total += entry.isDir() ? directorySize(entry.absoluteFilePath()) : entry.size();
-    }
-    return total;
+    return tallyTree(path).bytes;
 }
 
 qint64 fileSize(const QString &path)
@@ -111,8 +99,11 @@ bool checkCapacity(const QString &driveRoot, const QString &targetDirectory,
         return false;
     }
     const qint64 estimate = estimateWindowsBundleSize(sources) + estimateLinuxBundleSize(sources);
-    return capacityAllows(volume.bytesTotal(), volume.bytesAvailable(), directorySize(targetDirectory),
-                          estimate, &result.message);
+    const qint64 available = volume.bytesAvailable();
+    // What the drive's folder holds matters only when the free space alone is short, and counting it
+    // walks every file of a prepared drive.
+    const qint64 reclaimable = available < estimate ? directorySize(targetDirectory) : 0;
+    return capacityAllows(volume.bytesTotal(), available, reclaimable, estimate, &result.message);
 }
 
 } // namespace Tavrinox

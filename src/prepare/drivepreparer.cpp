@@ -5,6 +5,7 @@
 #include "prepare/filecopy.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 
@@ -40,19 +41,130 @@ bool anyExists(const QDir &directory, std::initializer_list<const char *> names)
     return false;
 }
 
-// A folder with the Qt libraries, the platform plugin and the MSVC runtime already runs as it is.
-bool isCompleteWindowsBundle(const QDir &directory)
+// What the Windows step copies: the whole folder, or the executable, the folder when no deployment tool
+// assembles the runtime, and the folder's libraries, which the copy goes through again.
+CopyTally windowsCopyTally(const PreparationSources &sources, bool deployToolPresent)
 {
-    return allExist(directory, {"Qt6Core.dll", "platforms/qwindows.dll", "vcruntime140.dll",
-                                "vcruntime140_1.dll", "msvcp140.dll"});
+    if (sources.windowsExecutable.isEmpty())
+        return {};
+    const QString source = sources.windowsBundleDirectory();
+    if (isCompleteWindowsBundle(source))
+        return tallyTree(source);
+    CopyTally tally = tallyTree(sources.windowsExecutable);
+    if (!deployToolPresent)
+        tally += tallyTree(source);
+    QDirIterator libraries(source, {QStringLiteral("*.dll")}, QDir::Files | QDir::Readable);
+    while (libraries.hasNext())
+        tally += tallyTree(libraries.next());
+    return tally;
 }
 
-bool isLinuxBundle(const QDir &directory)
+CopyTally linuxCopyTally(const PreparationSources &sources)
 {
-    return anyExists(directory, {"lib", "plugins", "qt.conf"});
+    if (sources.linuxExecutable.isEmpty())
+        return {};
+    const QString source = sources.linuxBundleDirectory();
+    return tallyTree(isLinuxBundle(source) ? source : sources.linuxExecutable);
 }
+
+// The copy of both bundles as the caller follows it: the bytes done against those of both bundles, and
+// what is left when the caller stops it.
+class BundleCopy
+{
+public:
+    enum Bundle { Windows, Linux };
+
+    BundleCopy(const PreparationControl &control, const CopyTally &windows, const CopyTally &linux)
+        : m_control(control)
+        , m_total{windows, linux}
+    {
+        m_progress.totalBytes = windows.bytes + linux.bytes;
+        m_progress.totalFiles = windows.files + linux.files;
+    }
+
+    CopyObserver observer(Bundle bundle)
+    {
+        return {[this, bundle](qint64 bytes, int files) { copied(bundle, bytes, files); },
+                [this](QString *why) { return stopRequested(why); }};
+    }
+
+    // Asked before each file and each copy; true, with what is left in *why, when the caller stops.
+    bool stopRequested(QString *why) const
+    {
+        if (!m_control.stop || !m_control.stop())
+            return false;
+        *why = leftText();
+        return true;
+    }
+
+    // Ends the count at the total even where a file counted beforehand was not there to copy.
+    void finish()
+    {
+        if (m_control.copied &&
+            (m_progress.doneBytes < m_progress.totalBytes || m_progress.doneFiles < m_progress.totalFiles)) {
+            m_progress.doneBytes = m_progress.totalBytes;
+            m_progress.doneFiles = m_progress.totalFiles;
+            m_control.copied(m_progress);
+        }
+    }
+
+private:
+    static QString name(Bundle bundle)
+    {
+        return bundle == Windows ? QStringLiteral("Windows") : QStringLiteral("Linux");
+    }
+    // A file whose size changed since it was counted must not push the count past the total.
+    void copied(Bundle bundle, qint64 bytes, int files)
+    {
+        m_done[bundle] += {files, bytes};
+        m_progress.doneBytes = qMin(m_progress.totalBytes, m_done[Windows].bytes + m_done[Linux].bytes);
+        m_progress.doneFiles = qMin(m_progress.totalFiles, m_done[Windows].files + m_done[Linux].files);
+        m_progress.bundle = name(bundle);
+        if (m_control.copied)
+            m_control.copied(m_progress);
+    }
+
+    QString leftText() const
+    {
+        QStringList left;
+        for (const Bundle bundle : {Windows, Linux}) {
+            const qint64 files = m_total[bundle].files - m_done[bundle].files;
+            if (files > 0)
+                left.append(QStringLiteral("%1 de %2 arquivo(s) do bundle %3 (%4 MB)")
+                                .arg(files)
+                                .arg(m_total[bundle].files)
+                                .arg(name(bundle), megabytesText(qMax<qint64>(0, m_total[bundle].bytes -
+                                                                                     m_done[bundle].bytes))));
+        }
+        left.append(QStringLiteral("os inicializadores e o README"));
+        return QStringLiteral("Preparacao interrompida. Nao foram copiados: %1. Prepare a unidade novamente "
+                              "para concluir.")
+            .arg(left.join(QStringLiteral("; ")));
+    }
+
+    const PreparationControl &m_control;
+    CopyTally m_total[2];
+    CopyTally m_done[2];
+    CopyProgress m_progress;
+};
 
 } // namespace
+
+bool isCompleteWindowsBundle(const QString &directory)
+{
+    return allExist(QDir(directory), {"Qt6Core.dll", "platforms/qwindows.dll", "vcruntime140.dll",
+                                      "vcruntime140_1.dll", "msvcp140.dll"});
+}
+
+bool isLinuxBundle(const QString &directory)
+{
+    return anyExists(QDir(directory), {"lib", "plugins", "qt.conf"});
+}
+
+QString megabytesText(qint64 bytes)
+{
+    return QString::number(double(bytes) / (1024 * 1024), 'f', 1).replace(QLatin1Char('.'), QLatin1Char(','));
+}
 
 DrivePreparer::DrivePreparer()
     : m_deployTool(WindowsDeployTool::fromQtInstallation())
@@ -63,12 +175,17 @@ DrivePreparer::DrivePreparer(WindowsDeployTool deployTool)
 {}
 
 PreparationResult DrivePreparer::prepare(const QString &driveRoot, const PreparationSources &sources,
-                                         const PreparationProgress &progress) const
+                                         const PreparationProgress &progress, const PreparationGate &gate,
+                                         const PreparationControl &control) const
 {
     PreparationResult result;
     const auto report = [&progress](int step, const QString &message) {
         if (progress)
             progress(step, kStepCount, message);
+    };
+    const auto beginWritingStep = [&](int step, const QString &message) {
+        report(step, message);
+        return !gate || gate(&result.message);
     };
 
     report(0, QStringLiteral("Validando unidade USB..."));
@@ -81,46 +198,64 @@ PreparationResult DrivePreparer::prepare(const QString &driveRoot, const Prepara
     const QString windowsFolder = QDir(productFolder).filePath(QStringLiteral("windows"));
     const QString linuxFolder = QDir(productFolder).filePath(QStringLiteral("linux"));
 
-    report(1, QStringLiteral("Criando estrutura de pastas..."));
-    if (!ensureDirectory(productFolder, result) || !ensureDirectory(windowsFolder, result) ||
+    if (!beginWritingStep(1, QStringLiteral("Criando estrutura de pastas...")) ||
+        !ensureDirectory(productFolder, result) || !ensureDirectory(windowsFolder, result) ||
         !ensureDirectory(linuxFolder, result) || !checkCapacity(driveRoot, productFolder, sources, result))
         return result;
 
-    report(2, QStringLiteral("Copiando bundle Windows..."));
+    // Counting the bundles' files beforehand takes a walk of each: only for a caller that follows the copy.
+    const bool followed = control.copied || control.stop;
+    BundleCopy copy(
+        control, followed ? windowsCopyTally(sources, QFileInfo::exists(m_deployTool.program)) : CopyTally(),
+        followed ? linuxCopyTally(sources) : CopyTally());
+    if (!beginWritingStep(2, QStringLiteral("Copiando bundle Windows...")))
+        return result;
     if (!sources.windowsExecutable.isEmpty()) {
         const QString source = sources.windowsBundleDirectory();
-        if (isCompleteWindowsBundle(QDir(source))) {
-            if (!copyDirectory(source, windowsFolder, result))
+        const CopyObserver observer = copy.observer(BundleCopy::Windows);
+        removeInterruptedCopies(source, windowsFolder);
+        if (isCompleteWindowsBundle(source)) {
+            if (!copyDirectory(source, windowsFolder, result, observer))
                 return result;
         } else {
             QString copiedExecutable;
-            if (!copyExecutable(sources.windowsExecutable, windowsFolder, &copiedExecutable, result) ||
-                !deployWindowsRuntime(copiedExecutable, source, result, m_deployTool) ||
-                !copyWindowsLibraries(windowsFolder, source, result))
+            if (copy.stopRequested(&result.message) ||
+                !copyExecutable(sources.windowsExecutable, windowsFolder, &copiedExecutable, result,
+                                observer) ||
+                copy.stopRequested(&result.message) ||
+                !deployWindowsRuntime(copiedExecutable, source, result, m_deployTool, observer) ||
+                copy.stopRequested(&result.message) ||
+                !copyWindowsLibraries(windowsFolder, source, result, observer))
                 return result;
         }
     }
 
-    report(3, QStringLiteral("Copiando bundle Linux..."));
+    if (!beginWritingStep(3, QStringLiteral("Copiando bundle Linux...")))
+        return result;
     if (!sources.linuxExecutable.isEmpty()) {
         const QString source = sources.linuxBundleDirectory();
-        if (isLinuxBundle(QDir(source))) {
-            if (!copyDirectory(source, linuxFolder, result))
+        const CopyObserver observer = copy.observer(BundleCopy::Linux);
+        removeInterruptedCopies(source, linuxFolder);
+        if (isLinuxBundle(source)) {
+            if (!copyDirectory(source, linuxFolder, result, observer))
                 return result;
         } else {
             QString copiedExecutable;
-            if (!copyExecutable(sources.linuxExecutable, linuxFolder, &copiedExecutable, result))
+            if (copy.stopRequested(&result.message) ||
+                !copyExecutable(sources.linuxExecutable, linuxFolder, &copiedExecutable, result, observer))
                 return result;
             addExecutePermission(copiedExecutable);
         }
     }
+    copy.finish();
 
     // Step 4 is never reported; the numbering is intended and kept.
-    report(5, QStringLiteral("Criando inicializador Windows..."));
-    if (!writeTextFile(root.filePath(QStringLiteral("Tavrinox-Windows.bat")), windowsLauncherText(), result))
+    if (!beginWritingStep(5, QStringLiteral("Criando inicializador Windows...")) ||
+        !writeTextFile(root.filePath(QStringLiteral("Tavrinox-Windows.bat")), windowsLauncherText(), result))
         return result;
 
-    report(6, QStringLiteral("Criando arquivos auxiliares..."));
+    if (!beginWritingStep(6, QStringLiteral("Criando arquivos auxiliares...")))
+        return result;
     const QString linuxLauncher = root.filePath(QStringLiteral("Tavrinox-Linux.sh"));
     if (!writeTextFile(linuxLauncher, linuxLauncherText(), result))
         return result;

@@ -1,17 +1,27 @@
 #include "prepare/filecopy.h"
 
-#include <QCoreApplication>
+#include "prepare/kernelcopy.h"
+#include "transaction/durability.h"
+
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QRandomGenerator>
+#include <QRegularExpression>
 #include <QSaveFile>
 #include <QTextStream>
+
+#include <algorithm>
 
 namespace Tavrinox {
 
 namespace {
 
 constexpr qint64 kCopyChunkSize = 1024 * 1024;
+// Copied files wait in their temporaries until this many bytes are staged, so that a bundle of usual
+// size goes in place with two flushes, and replacing a larger one needs no more room than this beyond
+// the files it replaces.
+constexpr qint64 kStagedBytesLimit = 256 * 1024 * 1024;
 
 bool fail(PreparationResult &result, const QString &message)
 {
@@ -26,11 +36,158 @@ bool succeed(PreparationResult &result, const QString &path)
 }
 
 // Only the size is compared: a re-preparation must not rewrite hundreds of megabytes that did not change.
-bool alreadyInPlace(const QString &source, const QString &destination)
+// A file given as its own destination is of its own size, so it is left untouched too.
+bool alreadyInPlace(const QFileInfo &source, const QFileInfo &destination)
 {
-    const QFileInfo destinationInfo(destination);
-    const QFileInfo sourceInfo(source);
-    return destinationInfo.isFile() && sourceInfo.exists() && destinationInfo.size() == sourceInfo.size();
+    return destination.isFile() && source.exists() && destination.size() == source.size();
+}
+
+// Beside the destination, in the form removeInterruptedCopies recognises: its name, a dot, six letters.
+QString temporaryPathFor(const QString &destination)
+{
+    static const char letters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+    QString path = destination + QLatin1Char('.');
+    for (int i = 0; i < 6; ++i)
+        path += QLatin1Char(letters[QRandomGenerator::global()->bounded(52)]);
+    return path;
+}
+
+// Files copied to temporaries beside their destinations and put in place together: one flush for all
+// the temporaries, the renames, one flush for the renames. Until its rename a destination keeps its
+// earlier content. Temporaries never put in place are removed.
+class StagedFiles
+{
+public:
+    StagedFiles(PreparationResult &result, const CopyObserver &observer)
+        : m_result(result)
+        , m_observer(observer)
+    {}
+    ~StagedFiles() { removeTemporaries(0); }
+    Q_DISABLE_COPY(StagedFiles)
+
+    // Copies source to a temporary, or finds it in place; puts the staged files in place when they are
+    // many bytes.
+    bool copy(const QFileInfo &source, const QString &destination);
+    // Puts every staged file in place. On failure the files from the failing one on keep their earlier
+    // content and leave writtenPaths.
+    bool putInPlace();
+
+private:
+    struct Staged
+    {
+        QString temporary;
+        QString destination;
+        qsizetype writtenIndex;
+    };
+
+    bool copyData(QFile &input, QFile &output, const QString &destination, qint64 *copiedBytes);
+    void tell(qint64 bytes, int files) const
+    {
+        if (m_observer.copied)
+            m_observer.copied(bytes, files);
+    }
+    void removeTemporaries(qsizetype from);
+
+    PreparationResult &m_result;
+    const CopyObserver &m_observer;
+    QList<Staged> m_staged;
+    qint64 m_stagedBytes = 0;
+};
+
+bool StagedFiles::copy(const QFileInfo &source, const QString &destination)
+{
+    const QFileInfo target(destination);
+    if (alreadyInPlace(source, target)) {
+        tell(source.size(), 1);
+        return succeed(m_result, destination);
+    }
+
+    QFile input(source.filePath());
+    if (!input.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+        return fail(m_result, QStringLiteral("Nao foi possivel copiar o arquivo: %1").arg(source.fileName()));
+    // An existing destination that is not a file (a folder) cannot be replaced by a file.
+    QFile output(temporaryPathFor(destination));
+    if ((target.exists() && !target.isFile()) ||
+        !output.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered))
+        return fail(m_result, QStringLiteral("Nao foi possivel criar o arquivo: %1").arg(destination));
+    qint64 copiedBytes = 0;
+    if (!copyData(input, output, destination, &copiedBytes)) {
+        output.remove();
+        // A drive without room for one more temporary gets that of the files the staged ones replace.
+        return !m_staged.isEmpty() && putInPlace() && copy(source, destination);
+    }
+    // The permissions go on the temporary, so that they are on the medium with it.
+    QFile::setPermissions(output.fileName(), source.permissions());
+    m_staged.append({output.fileName(), destination, m_result.writtenPaths.size()});
+    m_stagedBytes += copiedBytes;
+    tell(0, 1);
+    succeed(m_result, destination);
+    return m_stagedBytes < kStagedBytesLimit || putInPlace();
+}
+
+bool StagedFiles::copyData(QFile &input, QFile &output, const QString &destination, qint64 *copiedBytes)
+{
+    const auto copied = [this, copiedBytes](qint64 bytes) {
+        *copiedBytes += bytes;
+        tell(bytes, 0);
+    };
+    if (!copyInKernel(input, output, copied)) {
+        // Reading until an empty chunk, not up to the reported size, also copies files whose size the
+        // system reports as 0 although they hold data.
+        QByteArray chunk(kCopyChunkSize, Qt::Uninitialized);
+        for (;;) {
+            const qint64 read = input.read(chunk.data(), chunk.size());
+            if (read < 0)
+                return fail(m_result, QStringLiteral("Nao foi possivel ler o arquivo: %1")
+                                          .arg(QFileInfo(input.fileName()).fileName()));
+            if (read == 0)
+                break;
+            if (output.write(chunk.constData(), read) != read)
+                return fail(m_result,
+                            QStringLiteral("Nao foi possivel gravar o arquivo: %1").arg(destination));
+            copied(read);
+        }
+    }
+    // Some file systems tell of a failed write only when the file is closed.
+    output.close();
+    if (output.error() != QFileDevice::NoError)
+        return fail(m_result, QStringLiteral("Nao foi possivel gravar o arquivo: %1").arg(destination));
+    return true;
+}
+
+bool StagedFiles::putInPlace()
+{
+    if (m_staged.isEmpty())
+        return true;
+    QStringList temporaries;
+    QStringList destinations;
+    for (const Staged &file : std::as_const(m_staged)) {
+        temporaries.append(file.temporary);
+        destinations.append(file.destination);
+    }
+    qsizetype placed = 0;
+    if (flushFiles(temporaries)) {
+        while (placed < m_staged.size() &&
+               replaceEntry(m_staged.at(placed).temporary, m_staged.at(placed).destination))
+            ++placed;
+    }
+    const bool durable = placed == m_staged.size() && flushReplacements(destinations);
+    if (!durable) {
+        fail(m_result, QStringLiteral("Nao foi possivel finalizar o arquivo: %1")
+                           .arg(m_staged.at(placed < m_staged.size() ? placed : 0).destination));
+        for (qsizetype i = m_staged.size() - 1; i >= placed; --i)
+            m_result.writtenPaths.removeAt(m_staged.at(i).writtenIndex);
+    }
+    removeTemporaries(placed);
+    m_staged.clear();
+    m_stagedBytes = 0;
+    return durable;
+}
+
+void StagedFiles::removeTemporaries(qsizetype from)
+{
+    for (qsizetype i = from; i < m_staged.size(); ++i)
+        QFile::remove(m_staged.at(i).temporary);
 }
 
 } // namespace
@@ -42,49 +199,30 @@ bool ensureDirectory(const QString &path, PreparationResult &result)
     return succeed(result, path);
 }
 
-bool copyFile(const QString &source, const QString &destination, PreparationResult &result)
+bool copyFile(const QString &source, const QString &destination, PreparationResult &result,
+              const CopyObserver &observer)
 {
-    if (QFileInfo(source).absoluteFilePath() == QFileInfo(destination).absoluteFilePath())
-        return succeed(result, destination);
-    if (alreadyInPlace(source, destination))
-        return succeed(result, destination);
-
-    const QString sourceName = QFileInfo(source).fileName();
-    QFile input(source);
-    if (!input.open(QIODevice::ReadOnly))
-        return fail(result, QStringLiteral("Nao foi possivel copiar o arquivo: %1").arg(sourceName));
-    QSaveFile output(destination);
-    if (!output.open(QIODevice::WriteOnly))
-        return fail(result, QStringLiteral("Nao foi possivel criar o arquivo: %1").arg(destination));
-
-    // Reading until an empty chunk, not up to the reported size, also copies files whose size the
-    // system reports as 0 although they hold data.
-    for (;;) {
-        const QByteArray chunk = input.read(kCopyChunkSize);
-        if (chunk.isEmpty()) {
-            if (input.error() != QFileDevice::NoError)
-                return fail(result, QStringLiteral("Nao foi possivel ler o arquivo: %1").arg(sourceName));
-            break;
-        }
-        if (output.write(chunk) != chunk.size())
-            return fail(result, QStringLiteral("Nao foi possivel gravar o arquivo: %1").arg(destination));
-        // The copy runs on the GUI thread under a progress dialog, which must keep painting.
-        QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
-    }
-    if (!output.commit())
-        return fail(result, QStringLiteral("Nao foi possivel finalizar o arquivo: %1").arg(destination));
-
-    QFile::setPermissions(destination, QFile::permissions(source));
-    return succeed(result, destination);
+    StagedFiles staged(result, observer);
+    return staged.copy(QFileInfo(source), destination) && staged.putInPlace();
 }
 
-bool copyDirectory(const QString &source, const QString &destination, PreparationResult &result)
+bool isWalkCycle(const QFileInfo &directory, const QStringList &walk)
 {
-    if (!QFileInfo(source).isDir())
-        return fail(result, QStringLiteral("Pasta de origem nao encontrada: %1").arg(source));
-    if (!ensureDirectory(destination, result))
-        return false;
+    const QString target = directory.canonicalFilePath();
+    const QString targetPrefix = target.endsWith(QLatin1Char('/')) ? target : target + QLatin1Char('/');
+    return std::any_of(walk.cbegin(), walk.cend(), [&](const QString &walked) {
+        return walked == target || walked.startsWith(targetPrefix);
+    });
+}
 
+namespace {
+
+// The entries of source go into destination, which exists; walk holds the canonical paths of the source
+// folders on the way here.
+bool copyEntries(const QString &source, const QString &destination, QStringList &walk, StagedFiles &staged,
+                 const CopyObserver &observer, PreparationResult &result)
+{
+    walk.append(QFileInfo(source).canonicalFilePath());
     const QDir target(destination);
     QDirIterator entries(source, kBundleEntryFilter);
     while (entries.hasNext()) {
@@ -92,14 +230,90 @@ bool copyDirectory(const QString &source, const QString &destination, Preparatio
         const QFileInfo entry = entries.fileInfo();
         const QString targetPath = target.filePath(entry.fileName());
         if (entry.isDir()) {
-            if (!copyDirectory(entry.absoluteFilePath(), targetPath, result))
+            if (isWalkCycle(entry, walk))
+                continue;
+            if (!QDir(destination).mkdir(entry.fileName()) && !QFileInfo(targetPath).isDir())
+                return fail(result, QStringLiteral("Nao foi possivel criar a pasta: %1").arg(targetPath));
+            result.writtenPaths.append(targetPath);
+            if (!copyEntries(entry.absoluteFilePath(), targetPath, walk, staged, observer, result))
                 return false;
         } else if (entry.isFile()) {
-            if (!copyFile(entry.absoluteFilePath(), targetPath, result))
+            // A stop says what was not copied, so what was copied goes in place first.
+            QString why;
+            if (observer.stop && observer.stop(&why))
+                return staged.putInPlace() && fail(result, why);
+            if (!staged.copy(entry, targetPath))
                 return false;
         }
     }
+    walk.removeLast();
     return true;
+}
+
+CopyTally tallyEntries(const QString &directory, QStringList &walk)
+{
+    walk.append(QFileInfo(directory).canonicalFilePath());
+    CopyTally tally;
+    QDirIterator entries(directory, kBundleEntryFilter);
+    while (entries.hasNext()) {
+        entries.next();
+        const QFileInfo entry = entries.fileInfo();
+        if (!entry.isDir())
+            tally += {entry.isFile() ? 1 : 0, entry.size()};
+        else if (!isWalkCycle(entry, walk))
+            tally += tallyEntries(entry.absoluteFilePath(), walk);
+    }
+    walk.removeLast();
+    return tally;
+}
+
+} // namespace
+
+bool copyDirectory(const QString &source, const QString &destination, PreparationResult &result,
+                   const CopyObserver &observer)
+{
+    if (!QFileInfo(source).isDir())
+        return fail(result, QStringLiteral("Pasta de origem nao encontrada: %1").arg(source));
+    if (!ensureDirectory(destination, result))
+        return false;
+    StagedFiles staged(result, observer);
+    QStringList walk;
+    if (copyEntries(source, destination, walk, staged, observer, result))
+        return staged.putInPlace();
+    // What was copied before a failure goes in place all the same, so that a later preparation goes on
+    // from there; the failure is the one told.
+    const QString message = result.message;
+    staged.putInPlace();
+    result.message = message;
+    return false;
+}
+
+CopyTally tallyTree(const QString &path)
+{
+    const QFileInfo info(path);
+    if (!info.isDir())
+        return {info.isFile() ? 1 : 0, info.exists() ? info.size() : 0};
+    QStringList walk;
+    return tallyEntries(path, walk);
+}
+
+void removeInterruptedCopies(const QString &source, const QString &destination)
+{
+    static const QRegularExpression temporaryName(QStringLiteral("^(.+)\\.[A-Za-z]{6}$"));
+    const QDir sourceDirectory(source);
+    const QDir destinationDirectory(destination);
+    QDirIterator files(destination, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        const QString path = files.next();
+        const QRegularExpressionMatch name = temporaryName.match(files.fileName());
+        if (!name.hasMatch())
+            continue;
+        const QString folder = destinationDirectory.relativeFilePath(files.fileInfo().path());
+        const QDir sourceFolder(sourceDirectory.filePath(folder));
+        if (QFileInfo(sourceFolder.filePath(name.captured(1))).isFile() &&
+            !QFileInfo::exists(sourceFolder.filePath(files.fileName())))
+            QFile::remove(path);
+    }
 }
 
 bool writeTextFile(const QString &path, const QString &text, PreparationResult &result)

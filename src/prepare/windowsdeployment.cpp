@@ -51,7 +51,7 @@ WindowsDeployTool WindowsDeployTool::fromQtInstallation()
 }
 
 bool copyExecutable(const QString &sourceExecutable, const QString &targetDirectory, QString *copiedPath,
-                    PreparationResult &result)
+                    PreparationResult &result, const CopyObserver &observer)
 {
     const QString name = sourceExecutable.endsWith(QLatin1String(".exe"), Qt::CaseInsensitive)
                              ? QStringLiteral("Tavrinox.exe")
@@ -61,7 +61,8 @@ bool copyExecutable(const QString &sourceExecutable, const QString &targetDirect
         result.message = QStringLiteral("Executavel do Tavrinox nao encontrado: %1").arg(sourceExecutable);
         return false;
     }
-    if (!samePath(sourceExecutable, destination) && !copyFile(sourceExecutable, destination, result)) {
+    if (!samePath(sourceExecutable, destination) &&
+        !copyFile(sourceExecutable, destination, result, observer)) {
         result.message = QStringLiteral("Nao foi possivel copiar o executavel para: %1").arg(destination);
         return false;
     }
@@ -72,11 +73,12 @@ bool copyExecutable(const QString &sourceExecutable, const QString &targetDirect
 }
 
 bool deployWindowsRuntime(const QString &copiedExecutable, const QString &sourceDirectory,
-                          PreparationResult &result, const WindowsDeployTool &tool)
+                          PreparationResult &result, const WindowsDeployTool &tool,
+                          const CopyObserver &observer)
 {
     const QString executableDirectory = QFileInfo(copiedExecutable).absolutePath();
     if (!QFileInfo::exists(tool.program))
-        return copyBundleFolder(executableDirectory, sourceDirectory, result);
+        return copyBundleFolder(executableDirectory, sourceDirectory, result, observer);
 
     QProcess process;
     process.setProcessChannelMode(QProcess::SeparateChannels);
@@ -100,18 +102,18 @@ bool deployWindowsRuntime(const QString &copiedExecutable, const QString &source
 }
 
 bool copyBundleFolder(const QString &targetDirectory, const QString &sourceDirectory,
-                      PreparationResult &result)
+                      PreparationResult &result, const CopyObserver &observer)
 {
     const QString source = sourceOrOwnDirectory(sourceDirectory);
     if (samePath(source, targetDirectory)) {
         result.writtenPaths.append(targetDirectory);
         return true;
     }
-    return copyDirectory(source, targetDirectory, result);
+    return copyDirectory(source, targetDirectory, result, observer);
 }
 
 bool copyWindowsLibraries(const QString &targetDirectory, const QString &sourceDirectory,
-                          PreparationResult &result)
+                          PreparationResult &result, const CopyObserver &observer)
 {
     const QDir target(targetDirectory);
     QDirIterator libraries(sourceOrOwnDirectory(sourceDirectory), {QStringLiteral("*.dll")},
@@ -122,7 +124,7 @@ bool copyWindowsLibraries(const QString &targetDirectory, const QString &sourceD
         const QString destination = target.filePath(library.fileName());
         if (samePath(library.absoluteFilePath(), destination))
             continue;
-        if (!copyFile(library.absoluteFilePath(), destination, result)) {
+        if (!copyFile(library.absoluteFilePath(), destination, result, observer)) {
             result.message =
                 QStringLiteral("Nao foi possivel copiar a biblioteca: %1").arg(library.fileName());
             return false;

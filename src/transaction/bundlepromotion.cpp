@@ -1,6 +1,7 @@
 #include "transaction/bundlepromotion.h"
 
 #include "errortext.h"
+#include "transaction/durability.h"
 #include "transaction/updatejournal.h"
 #include "transaction/updatestate.h"
 
@@ -23,22 +24,18 @@ public:
         : m_driveRoot(driveRoot)
     {
         const QDateTime startedAt = QDateTime::currentDateTimeUtc();
-        const QDir drive(driveRoot);
         m_id = startedAt.toString(QStringLiteral("yyyyMMddHHmmss"));
-        m_windowsPath = drive.absoluteFilePath(QStringLiteral("Tavrinox/windows"));
-        m_linuxPath = drive.absoluteFilePath(QStringLiteral("Tavrinox/linux"));
-        m_windowsBackup = drive.absoluteFilePath(QStringLiteral("Tavrinox/windows.backup-%1").arg(m_id));
-        m_linuxBackup = drive.absoluteFilePath(QStringLiteral("Tavrinox/linux.backup-%1").arg(m_id));
+        m_paths = transactionPaths(driveRoot, m_id);
         m_journal = QJsonObject{
             {QStringLiteral("id"), m_id},
             {QStringLiteral("startedAt"), startedAt.toString(Qt::ISODateWithMs)},
             {QStringLiteral("version"), version},
             {QStringLiteral("packageSha256"), packageSha256},
             {QStringLiteral("workRoot"), QFileInfo(QDir(packageRoot).absolutePath()).absolutePath()},
-            {QStringLiteral("windowsPath"), m_windowsPath},
-            {QStringLiteral("linuxPath"), m_linuxPath},
-            {QStringLiteral("windowsBackup"), m_windowsBackup},
-            {QStringLiteral("linuxBackup"), m_linuxBackup},
+            {QStringLiteral("windowsPath"), m_paths.windowsPath},
+            {QStringLiteral("linuxPath"), m_paths.linuxPath},
+            {QStringLiteral("windowsBackup"), m_paths.windowsBackup},
+            {QStringLiteral("linuxBackup"), m_paths.linuxBackup},
         };
     }
 
@@ -53,26 +50,67 @@ public:
         return appendTransactionLog(m_driveRoot, m_id, phase, detail, error);
     }
 
-    const QString &windowsPath() const { return m_windowsPath; }
-    const QString &linuxPath() const { return m_linuxPath; }
-    const QString &windowsBackup() const { return m_windowsBackup; }
-    const QString &linuxBackup() const { return m_linuxBackup; }
+    const QString &windowsPath() const { return m_paths.windowsPath; }
+    const QString &linuxPath() const { return m_paths.linuxPath; }
+    const QString &windowsBackup() const { return m_paths.windowsBackup; }
+    const QString &linuxBackup() const { return m_paths.linuxBackup; }
 
 private:
     QString m_driveRoot;
     QString m_id;
-    QString m_windowsPath;
-    QString m_linuxPath;
-    QString m_windowsBackup;
-    QString m_linuxBackup;
+    TransactionPaths m_paths;
     QJsonObject m_journal;
 };
 
+QString notDurableMessage(const QString &path)
+{
+    return QStringLiteral("Não foi possível confirmar a gravação na unidade USB: %1").arg(path);
+}
+
+// A transaction that did not finish owns the drive until recovery settles it: a new one would overwrite
+// its journal and orphan its backups. Only a rolled-back journal, kept for diagnosis, may be replaced.
+bool noUnfinishedTransaction(const QString &driveRoot, QString *error)
+{
+    QJsonObject pending;
+    if (!readPendingJournal(driveRoot, &pending, error))
+        return false;
+    if (pending.isEmpty() ||
+        pending.value(QStringLiteral("phase")).toString() == QLatin1String("rolled-back"))
+        return true;
+    setError(error, QStringLiteral("Há uma atualização interrompida nesta unidade que ainda não foi "
+                                   "recuperada; nenhuma nova atualização será iniciada antes disso."));
+    return false;
+}
+
 } // namespace
 
-bool promoteUpdate(const QString &driveRoot, const QString &packageRoot, const QString &version,
-                   const QString &packageSha256, QString *error)
+QString stillNeedsRecoveryMessage()
 {
+    return QStringLiteral("A unidade ainda precisa de recuperação: a atualização interrompida será revertida "
+                          "automaticamente na próxima listagem das unidades, e nenhuma nova atualização será "
+                          "iniciada antes disso.");
+}
+
+bool flushTavrinoxFolder(const QString &driveRoot, QString *error)
+{
+    const QString folder = QDir(driveRoot).absoluteFilePath(QStringLiteral("Tavrinox"));
+    if (flushEntry(folder))
+        return true;
+    setError(error, notDurableMessage(folder));
+    return false;
+}
+
+bool promoteUpdate(const QString &driveRoot, const QString &packageRoot, const QString &version,
+                   const QString &packageSha256, QString *error, const QString &manifestIssuedAt)
+{
+    if (!noUnfinishedTransaction(driveRoot, error))
+        return false;
+    // The package's files become the live bundles by renames alone, so they must be on the medium before
+    // the transaction begins.
+    if (!flushTree(packageRoot)) {
+        setError(error, notDurableMessage(packageRoot));
+        return false;
+    }
     PromotionJournal journal(driveRoot, packageRoot, version, packageSha256);
     const QDir package(packageRoot);
 
@@ -100,12 +138,26 @@ bool promoteUpdate(const QString &driveRoot, const QString &packageRoot, const Q
     if (!journal.write(QStringLiteral("promoting-linux"), error))
         return false;
     journal.log(QStringLiteral("promoting-linux"), QStringLiteral("Iniciando substituição do bundle Linux."));
+    QString swapError;
     if (!replaceBundle(journal.linuxPath(), package.filePath(QStringLiteral("Tavrinox/linux")),
-                       journal.linuxBackup(), error)) {
-        restoreBundleBackup(journal.windowsPath(), journal.windowsBackup());
+                       journal.linuxBackup(), &swapError)) {
+        // Only a drive whose old bundles are both back, on the medium, may be recorded as rolled back;
+        // otherwise the journal keeps its phase and recovery retries at the next listing.
+        QString restoreError;
+        if (!restoreBundleBackup(journal.windowsPath(), journal.windowsBackup(), &restoreError) ||
+            !restoreBundleBackup(journal.linuxPath(), journal.linuxBackup(), &restoreError) ||
+            !flushTavrinoxFolder(driveRoot, &restoreError)) {
+            journal.log(QStringLiteral("failed"),
+                        QStringLiteral("Falha na promoção Linux; os backups não puderam ser restaurados."));
+            setError(
+                error,
+                QStringLiteral("%1\n\n%2\n\n%3").arg(swapError, restoreError, stillNeedsRecoveryMessage()));
+            return false;
+        }
         journal.write(QStringLiteral("rolled-back"), nullptr);
         journal.log(QStringLiteral("rolled-back"),
                     QStringLiteral("Falha na promoção Linux; bundle Windows restaurado."));
+        setError(error, swapError);
         return false;
     }
     if (!journal.write(QStringLiteral("bundles-promoted"), error))
@@ -114,7 +166,7 @@ bool promoteUpdate(const QString &driveRoot, const QString &packageRoot, const Q
     if (injectedTestFailure(QStringLiteral("bundles-promoted"), error))
         return false;
 
-    if (!writeUpdateState(driveRoot, version, packageSha256, error)) {
+    if (!writeUpdateState(driveRoot, version, packageSha256, error, manifestIssuedAt)) {
         journal.log(QStringLiteral("failed"), QStringLiteral("Falha ao publicar o estado da atualização."));
         return false;
     }
@@ -124,8 +176,9 @@ bool promoteUpdate(const QString &driveRoot, const QString &packageRoot, const Q
     if (injectedTestFailure(QStringLiteral("state-written"), error))
         return false;
 
+    // The backups go before the journal, and durably: a journal lost first would leave them orphaned.
     if (!removePathIfExists(journal.windowsBackup(), error) ||
-        !removePathIfExists(journal.linuxBackup(), error))
+        !removePathIfExists(journal.linuxBackup(), error) || !flushTavrinoxFolder(driveRoot, error))
         return false;
     if (!QFile::remove(updateJournalPath(driveRoot))) {
         setError(error,
@@ -142,14 +195,14 @@ bool replaceBundle(const QString &livePath, const QString &incomingPath, const Q
 {
     if (!removePathIfExists(backupPath, error))
         return false;
-    if (QFileInfo::exists(livePath) && !QDir().rename(livePath, backupPath)) {
+    if (QFileInfo::exists(livePath) && !renameEntry(livePath, backupPath)) {
         setError(error, QStringLiteral("Não foi possível criar backup de: %1").arg(livePath));
         return false;
     }
-    if (QDir().rename(incomingPath, livePath))
+    if (renameEntry(incomingPath, livePath))
         return true;
     if (QFileInfo::exists(backupPath))
-        QDir().rename(backupPath, livePath);
+        renameEntry(backupPath, livePath);
     setError(error, QStringLiteral("Não foi possível aplicar novo bundle em: %1").arg(livePath));
     return false;
 }
@@ -160,7 +213,7 @@ bool restoreBundleBackup(const QString &livePath, const QString &backupPath, QSt
         return true;
     if (!removePathIfExists(livePath, error))
         return false;
-    if (!QDir().rename(backupPath, livePath)) {
+    if (!renameEntry(backupPath, livePath)) {
         setError(error, QStringLiteral("Não foi possível restaurar o backup de: %1").arg(livePath));
         return false;
     }

@@ -1,11 +1,14 @@
 #include "transaction/updatejournal.h"
 
 #include "errortext.h"
+#include "transaction/durability.h"
 
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
+#include <QRegularExpression>
 #include <QSaveFile>
 
 #include <optional>
@@ -35,6 +38,21 @@ QString updateJournalPath(const QString &driveRoot)
     return QDir(driveRoot).filePath(QStringLiteral("Tavrinox/update-journal.json"));
 }
 
+bool isTransactionId(const QString &text)
+{
+    static const QRegularExpression pattern(QStringLiteral("^[0-9]{14}$"));
+    return pattern.match(text).hasMatch();
+}
+
+TransactionPaths transactionPaths(const QString &driveRoot, const QString &transactionId)
+{
+    const QDir drive(driveRoot);
+    return {drive.absoluteFilePath(QStringLiteral("Tavrinox/windows")),
+            drive.absoluteFilePath(QStringLiteral("Tavrinox/linux")),
+            drive.absoluteFilePath(QStringLiteral("Tavrinox/windows.backup-%1").arg(transactionId)),
+            drive.absoluteFilePath(QStringLiteral("Tavrinox/linux.backup-%1").arg(transactionId))};
+}
+
 QString transactionLogPath(const QString &driveRoot, const QString &transactionId)
 {
     return QDir(driveRoot).filePath(QStringLiteral("Tavrinox/update-log-%1.jsonl").arg(transactionId));
@@ -49,8 +67,11 @@ bool writeUpdateJournal(const QString &driveRoot, QJsonObject journal, QString *
 
     const QString path = updateJournalPath(driveRoot);
     QSaveFile file(path);
+    // The save file puts its own bytes on the medium; its rename over the old journal is made durable
+    // with the folder, before the step the new phase announces may begin.
     const bool written = file.open(QIODevice::WriteOnly | QIODevice::Text) &&
-                         file.write(document) == document.size() && file.commit();
+                         file.write(document) == document.size() && file.commit() &&
+                         flushEntry(QFileInfo(path).absolutePath());
     if (!written) {
         setError(error,
                  QStringLiteral("Não foi possível registrar a transação de atualização: %1").arg(path));
@@ -75,7 +96,8 @@ bool readPendingJournal(const QString &driveRoot, QJsonObject *journal, QString 
     const QJsonDocument document = QJsonDocument::fromJson(file.readAll());
     const QJsonObject object = document.object();
     if (!document.isObject() || object.value(QStringLiteral("schemaVersion")).toInt() != 1 ||
-        object.value(QStringLiteral("app")).toString() != QLatin1String("Tavrinox")) {
+        object.value(QStringLiteral("app")).toString() != QLatin1String("Tavrinox") ||
+        !isTransactionId(object.value(QStringLiteral("id")).toString())) {
         setError(error,
                  QStringLiteral(
                      "O journal de atualização pendente é inválido e foi preservado para diagnóstico."));

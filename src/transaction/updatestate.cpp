@@ -1,6 +1,7 @@
 #include "transaction/updatestate.h"
 
 #include "errortext.h"
+#include "transaction/durability.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -20,7 +21,8 @@ QJsonObject bundleEntry(const QString &path, const QString &entryPoint)
     return QJsonObject{{QStringLiteral("path"), path}, {QStringLiteral("entryPoint"), entryPoint}};
 }
 
-QJsonObject stateDocument(const QString &installedVersion, const QString &packageSha256)
+QJsonObject stateDocument(const QString &installedVersion, const QString &packageSha256,
+                          const QString &manifestIssuedAt)
 {
     QJsonObject state;
     state.insert(QStringLiteral("schemaVersion"), 1);
@@ -30,6 +32,8 @@ QJsonObject stateDocument(const QString &installedVersion, const QString &packag
     state.insert(QStringLiteral("updatedByConfigVersion"), QCoreApplication::applicationVersion());
     if (!packageSha256.isEmpty())
         state.insert(QStringLiteral("lastPackageSha256"), packageSha256);
+    if (!manifestIssuedAt.isEmpty())
+        state.insert(QStringLiteral("manifestIssuedAt"), manifestIssuedAt);
     state.insert(QStringLiteral("bundles"),
                  QJsonObject{
                      {QStringLiteral("windows-x64"),
@@ -37,6 +41,18 @@ QJsonObject stateDocument(const QString &installedVersion, const QString &packag
                      {QStringLiteral("linux-x64"),
                       bundleEntry(QStringLiteral("Tavrinox/linux"), QStringLiteral("Tavrinox"))},
                  });
+    return state;
+}
+
+// The drive's state, or an empty object when it cannot be read or belongs to another application.
+QJsonObject readState(const QString &driveRoot)
+{
+    QFile file(updateStatePath(driveRoot));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    const QJsonObject state = QJsonDocument::fromJson(file.readAll()).object();
+    if (state.value(QStringLiteral("app")).toString() != QLatin1String("Tavrinox"))
+        return {};
     return state;
 }
 
@@ -48,7 +64,7 @@ QString updateStatePath(const QString &driveRoot)
 }
 
 bool writeUpdateState(const QString &driveRoot, const QString &installedVersion, const QString &packageSha256,
-                      QString *error)
+                      QString *error, const QString &manifestIssuedAt)
 {
     const QString path = updateStatePath(driveRoot);
     if (!QDir().mkpath(QFileInfo(path).absolutePath())) {
@@ -57,7 +73,8 @@ bool writeUpdateState(const QString &driveRoot, const QString &installedVersion,
     }
 
     const QByteArray document =
-        QJsonDocument(stateDocument(installedVersion, packageSha256)).toJson(QJsonDocument::Indented);
+        QJsonDocument(stateDocument(installedVersion, packageSha256, manifestIssuedAt))
+            .toJson(QJsonDocument::Indented);
 
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
@@ -69,7 +86,9 @@ bool writeUpdateState(const QString &driveRoot, const QString &installedVersion,
         setError(error, QStringLiteral("Não foi possível gravar o arquivo de estado: %1").arg(path));
         return false;
     }
-    if (!file.commit()) {
+    // The state file is the update's commit point: its rename must be on the medium before the backups
+    // that could still undo the update are removed.
+    if (!file.commit() || !flushEntry(QFileInfo(path).absolutePath())) {
         setError(error, QStringLiteral("Não foi possível salvar o arquivo de estado: %1").arg(path));
         return false;
     }
@@ -78,16 +97,12 @@ bool writeUpdateState(const QString &driveRoot, const QString &installedVersion,
 
 QString readInstalledVersion(const QString &driveRoot)
 {
-    QFile file(updateStatePath(driveRoot));
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    const QJsonDocument document = QJsonDocument::fromJson(file.readAll());
-    if (!document.isObject())
-        return {};
-    const QJsonObject state = document.object();
-    if (state.value(QStringLiteral("app")).toString() != QLatin1String("Tavrinox"))
-        return {};
-    return state.value(QStringLiteral("installedVersion")).toString();
+    return readState(driveRoot).value(QStringLiteral("installedVersion")).toString();
+}
+
+QString readManifestIssuedAt(const QString &driveRoot)
+{
+    return readState(driveRoot).value(QStringLiteral("manifestIssuedAt")).toString();
 }
 
 } // namespace Tavrinox

@@ -4,6 +4,7 @@
 #include "errortext.h"
 #include "transaction/updatestate.h"
 #include "update/httpget.h"
+#include "update/manifestsignature.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -14,6 +15,9 @@ namespace Tavrinox {
 namespace {
 
 constexpr int kManifestTimeoutMs = 30000;
+
+// The largest whole number of bytes a JSON number still holds exactly: 2^53.
+constexpr double kLargestPackageSize = 9007199254740992.0;
 
 } // namespace
 
@@ -53,11 +57,22 @@ bool parseUpdateManifest(const QByteArray &body, UpdateManifest *manifest, QStri
     manifest->version = object.value(QStringLiteral("version")).toString();
     manifest->packageUrl = object.value(QStringLiteral("packageUrl")).toString();
     manifest->sha256 = object.value(QStringLiteral("sha256")).toString().toLower();
-    manifest->size = static_cast<qint64>(object.value(QStringLiteral("size")).toDouble(-1.0));
+    const double size = object.value(QStringLiteral("size")).toDouble(-1.0);
+    const bool sizeInRange =
+        !object.value(QStringLiteral("size")).isDouble() || (size >= 0 && size <= kLargestPackageSize);
+    manifest->size = sizeInRange ? static_cast<qint64>(size) : -1;
     manifest->publishedAt = object.value(QStringLiteral("publishedAt")).toString();
     manifest->releaseNotes = object.value(QStringLiteral("releaseNotes")).toString();
     if (manifest->version.isEmpty() || manifest->packageUrl.isEmpty() || manifest->sha256.isEmpty()) {
         setError(error, QStringLiteral("Manifesto sem version, packageUrl ou sha256."));
+        return false;
+    }
+    if (!sizeInRange) {
+        setError(error, QStringLiteral("Manifesto inválido: size fora do intervalo de 0 a 2^53 bytes."));
+        return false;
+    }
+    if (QUrl(manifest->packageUrl).scheme() != QLatin1String("https")) {
+        setError(error, QStringLiteral("Manifesto inválido: packageUrl não usa HTTPS."));
         return false;
     }
     return true;
@@ -65,14 +80,24 @@ bool parseUpdateManifest(const QByteArray &body, UpdateManifest *manifest, QStri
 
 UpdateCheckResult checkForUpdate(const QString &root)
 {
-    return checkForUpdate(root, updateManifestUrl());
+    return checkForUpdate(root, updateManifestUrl(), updatePublicKey());
 }
 
-UpdateCheckResult checkForUpdate(const QString &root, const QUrl &manifestUrl)
+UpdateCheckResult checkForUpdate(const QString &root, const QUrl &manifestUrl, const QByteArray &publicKey)
 {
     UpdateCheckResult result;
+    if (manifestUrl.scheme() != QLatin1String("https")) {
+        result.error = QStringLiteral("O endereço do manifesto de atualização não usa HTTPS: %1")
+                           .arg(manifestUrl.toString());
+        return result;
+    }
     const QByteArray body = httpGet(manifestUrl, kManifestTimeoutMs, &result.error);
+    if (body.isEmpty() && result.error.isEmpty())
+        result.error = QStringLiteral("Manifesto inválido: o servidor respondeu sem conteúdo.");
     if (body.isEmpty() || !parseUpdateManifest(body, &result.manifest, &result.error))
+        return result;
+    if (!publicKey.isEmpty() &&
+        !acceptSignedManifest(root, manifestUrl, body, publicKey, &result.manifest, &result.error))
         return result;
 
     result.installedVersion = readInstalledVersion(root);

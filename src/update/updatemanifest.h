@@ -15,6 +15,7 @@ struct UpdateManifest
     qint64 size = -1; // bytes; -1 when the manifest gives none
     QString publishedAt;
     QString releaseNotes;
+    QString issuedAt; // as signed by the publisher; empty unless the signature was verified
 };
 
 // The background check's answer, handed to the interface thread by value.
@@ -36,9 +37,12 @@ QUrl updateManifestUrl(const QString &serverBase);
 // keeps whatever fields were read and *error says why.
 bool parseUpdateManifest(const QByteArray &body, UpdateManifest *manifest, QString *error = nullptr);
 
-// Fetches the manifest and compares its version with the one installed on the drive at root.
-// Blocks for up to 30 s: run it on a worker thread.
+// Fetches the manifest and compares its version with the one installed on the drive at root. With a
+// publicKey (base64 Ed25519) the manifest counts only when its detached signature verifies and it is
+// not older than the last one applied to the drive. Blocks for up to 30 s per request: run it on a
+// worker thread. The first form uses the server and key configured at build time.
 UpdateCheckResult checkForUpdate(const QString &root);
-UpdateCheckResult checkForUpdate(const QString &root, const QUrl &manifestUrl);
+UpdateCheckResult checkForUpdate(const QString &root, const QUrl &manifestUrl,
+                                 const QByteArray &publicKey = QByteArray());
 
 } // namespace Tavrinox

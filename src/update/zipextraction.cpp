@@ -1,6 +1,7 @@
 #include "update/zipextraction.h"
 
 #include "errortext.h"
+#include "update/zipdirectory.h"
 
 #include <QDir>
 #include <QProcess>
@@ -47,6 +48,11 @@ bool extractZip(const QString &zipPath, const QString &destDir, QString *error)
 {
     if (!QDir().mkpath(destDir)) {
         setError(error, QStringLiteral("Não foi possível criar staging: %1").arg(destDir));
+        return false;
+    }
+    QString reason;
+    if (!inspectZipBeforeExtraction(zipPath, destDir, &reason)) {
+        setError(error, QStringLiteral("Falha ao extrair ZIP: %1").arg(reason));
         return false;
     }
 #ifdef Q_OS_WIN

@@ -20,13 +20,18 @@ QStringList powerShellExtractArguments(const QString &zipPath, const QString &de
 bool runPowerShellExtraction(const QString &zipPath, const QString &destDir, int timeoutMs,
                              QString *error = nullptr);
 
-// Extracts in this process. The whole archive is refused, before anything is written, when any entry
-// is absolute, climbs out with "..", or is a symbolic link, a hard link, a device or another special
-// file. Built everywhere but Windows, where PowerShell does the work.
+// Extracts in this process, with a reader per processor (up to four) sharing out the entries, and
+// writes every file itself, so that whatever stops the extraction (a full drive, a damaged entry) leaves
+// no file open and names the reason in Portuguese. Every header is
+// checked again as it is written, beside the inspection extractZip makes first: an absolute path, a
+// path climbing out with "..", a link, a device or another special file, or a path already written
+// fails the extraction. Built everywhere but Windows, where PowerShell does the work.
 bool extractZipInProcess(const QString &zipPath, const QString &destDir, QString *error = nullptr);
 
-// Creates destDir with its parents and extracts the package into it: PowerShell on Windows, the
-// in-process extractor elsewhere.
+// Creates destDir with its parents, inspects the package's directory (inspectZipBeforeExtraction:
+// names, kinds of entry, duplicates, unpacked size against the free space) and extracts it into destDir:
+// PowerShell on Windows, the in-process extractor elsewhere. The inspection reads the archive with
+// plain Qt code, so both extractors get the same refusals before anything is written.
 bool extractZip(const QString &zipPath, const QString &destDir, QString *error = nullptr);
 
 } // namespace Tavrinox

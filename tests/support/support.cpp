@@ -1,5 +1,10 @@
 #include "support/support.h"
 
+#ifdef Q_OS_LINUX
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#endif
+
 namespace Fixture {
 
 bool write(const QString &path, const QByteArray &bytes)
@@ -160,7 +165,7 @@ UsbDevice drive(const QString &root, const QString &label, bool mounted)
 std::unique_ptr<Tavrinox::ConfigWindow> window(const QList<UsbDevice> &drives, const QString &programDir,
                                                const QUrl &manifest, Bus **bus, bool detection)
 {
-    Tavrinox::ConfigWindowSetup setup{std::make_unique<Bus>(), programDir, {}, manifest};
+    Tavrinox::ConfigWindowSetup setup{std::make_unique<Bus>(), programDir, {}, {}, manifest, {}};
     static_cast<Bus *>(setup.deviceManager.get())->drives = drives;
     if (bus)
         *bus = static_cast<Bus *>(setup.deviceManager.get());
@@ -217,6 +222,42 @@ Volume::~Volume()
         run("umount", {path});
     if (!m_loop.isEmpty())
         run("losetup", {"-d", m_loop});
+}
+
+// Only what the listing reads: the disk's removable flag and its link in /sys/class/block, the
+// partition's folder inside the disk's with its numbers and link, the label link and the mount table
+// line, written as FUSE writes its mounts (exFAT on Linux): the device named as the source, the numbers
+// those of the file system the mount point lies on, so that the root checks as the volume's.
+bool addUsbStick(const QString &systemRoot, int number, const QString &label, const QString &mountPoint)
+{
+#ifdef Q_OS_LINUX
+    const QDir root(systemRoot);
+    const QString disk = QStringLiteral("sd") + QChar(u'a' + number);
+    const QString device =
+        QStringLiteral("devices/pci0000:00/0000:00:14.0/usb1/1-%1/block/%2").arg(number).arg(disk);
+    const QString partition = root.filePath("sys/" + device + "/" + disk + "1/");
+    struct stat status;
+    if (!write(root.filePath("sys/" + device + "/removable"), "1") ||
+        !write(partition + "dev", QByteArray::number(16 * number + 1).prepend("8:")) ||
+        !write(partition + "size", "60000000") || !write(partition + "partition", "1") ||
+        !root.mkpath("sys/class/block") || !root.mkpath("dev/disk/by-label") ||
+        !QFile::link("../../" + device, root.filePath("sys/class/block/" + disk)) ||
+        !QFile::link("../../" + device + "/" + disk + "1", root.filePath("sys/class/block/" + disk + "1")) ||
+        !QFile::link("../../" + disk + "1", root.filePath("dev/disk/by-label/" + label)))
+        return false;
+    if (mountPoint.isEmpty())
+        return true;
+    if (!QDir().mkpath(mountPoint) || ::stat(QFile::encodeName(mountPoint).constData(), &status) != 0)
+        return false;
+    const QString mountInfo = root.filePath("proc/self/mountinfo");
+    const QString line = QStringLiteral("%1 1 %2:%3 / %4 rw - exfat /dev/%5 rw\n")
+                             .arg(QString::number(20 + number), QString::number(major(status.st_dev)),
+                                  QString::number(minor(status.st_dev)), mountPoint, disk + "1");
+    return write(mountInfo, read(mountInfo) + line.toUtf8());
+#else
+    Q_UNUSED(systemRoot) Q_UNUSED(number) Q_UNUSED(label) Q_UNUSED(mountPoint)
+    return false;
+#endif
 }
 
 bool Volume::mount(const QString &type, int megabytes, QString *whyNot, const QString &at)

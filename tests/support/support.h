@@ -82,10 +82,18 @@ QString packageRoot(const QString &root);
 // "old", "new", "missing" or "mixed" for each of the live bundles, Windows first.
 QString liveBundles(const QString &root);
 
+// Adds a USB stick to the model of a Linux machine below systemRoot: the sysfs entries, the mount table
+// line and the udev label link that drive listing reads. Pointed at that folder (TAVRINOX_SYSTEM_ROOT),
+// the real programs list the stick as /dev/sd<b...>1 (number 1 to 20), mounted at mountPoint, a real
+// folder (made when missing), or not mounted when that is empty.
+bool addUsbStick(const QString &systemRoot, int number, const QString &label, const QString &mountPoint);
+
 // Stands in for the USB bus: the test decides which drives are attached.
 struct Bus : Tavrinox::Platform::DeviceManager
 {
     QList<UsbDevice> listUsbDevices() const override { return drives; }
+    // A test's drive is a folder, always where it was listed.
+    bool isVolumeAtRoot(const UsbDevice &) const override { return true; }
     QList<UsbDevice> drives;
 };
 // A drive mounted at root (given with its trailing slash), or an unmounted one at a device path.

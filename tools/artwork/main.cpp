@@ -10,6 +10,7 @@
 #include <QDir>
 #include <QGuiApplication>
 #include <QImageReader>
+#include <QPair>
 #include <QSet>
 #include <QTextStream>
 
@@ -71,6 +72,18 @@ bool writePng(const QDir &resources, const QString &relativePath, const QImage &
     return true;
 }
 
+// The same icon as separate PNG pictures, one per size, for desktops that look icons up by size (the
+// Linux package installs them into the hicolor theme). Drawn by the same code, so they match the ICO.
+bool writePngIcons(const QDir &resources)
+{
+    bool ok = true;
+    for (int size : Artwork::appIconSizes()) {
+        const QString name = QStringLiteral("icons/Tavrinox-%1.png").arg(size);
+        ok = writePng(resources, name, Artwork::renderAppIcon(size)) && ok;
+    }
+    return ok;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -81,9 +94,10 @@ int main(int argc, char **argv)
     QGuiApplication app(argc, argv);
     const QStringList args = app.arguments().mid(1);
     if (args.isEmpty()) {
-        err() << "usage: tavrinox-artwork <resources-dir> [icon] [backgrounds] [help]" << Qt::endl
+        err() << "usage: tavrinox-artwork <resources-dir> [icon] [backgrounds] [help] [png-icons]" << Qt::endl
               << "Writes icons/, backgrounds/ and help/pt_BR/images/ under <resources-dir>;" << Qt::endl
-              << "with no group named, all of them." << Qt::endl;
+              << "with no group named, the first three. png-icons writes icons/Tavrinox-<size>.png."
+              << Qt::endl;
         return 2;
     }
     const QDir resources(args.first());
@@ -91,9 +105,15 @@ int main(int argc, char **argv)
     if (groups.isEmpty())
         groups = {QStringLiteral("icon"), QStringLiteral("backgrounds"), QStringLiteral("help")};
 
-    for (const char *sub : {"icons", "backgrounds", "help/pt_BR/images"}) {
-        if (!resources.mkpath(QString::fromLatin1(sub))) {
-            err() << "cannot create " << resources.filePath(QString::fromLatin1(sub)) << Qt::endl;
+    // Only the folders of the groups asked for, so that a build step writing icons leaves nothing else.
+    const QList<QPair<QString, QString>> folders = {
+        {QStringLiteral("icon"), QStringLiteral("icons")},
+        {QStringLiteral("png-icons"), QStringLiteral("icons")},
+        {QStringLiteral("backgrounds"), QStringLiteral("backgrounds")},
+        {QStringLiteral("help"), QStringLiteral("help/pt_BR/images")}};
+    for (const auto &[group, sub] : folders) {
+        if (groups.contains(group) && !resources.mkpath(sub)) {
+            err() << "cannot create " << resources.filePath(sub) << Qt::endl;
             return 1;
         }
     }
@@ -102,6 +122,8 @@ int main(int argc, char **argv)
     bool ok = true;
     if (groups.contains(QStringLiteral("icon")))
         ok = writeIcon(resources) && ok;
+    if (groups.contains(QStringLiteral("png-icons")))
+        ok = writePngIcons(resources) && ok;
     QImage circuit;
     if (groups.contains(QStringLiteral("backgrounds")) || groups.contains(QStringLiteral("help")))
         circuit = Artwork::renderBackgroundCircuit();

@@ -9,6 +9,9 @@
 #include <algorithm>
 #include <optional>
 
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
 namespace Tavrinox::Platform::Linux {
 
 namespace {
@@ -50,14 +53,17 @@ QString decodeMountField(const QByteArray &field)
     return decodeEscapes(field, QByteArray(), 3, 8);
 }
 
-// One line: id, parent, major:minor, root, mount point, options, optional tags, "-", type, source, options.
-QList<MountEntry> readMountTable(const QString &path)
+QByteArray readWholeFile(const QString &path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// One line: id, parent, major:minor, root, mount point, options, optional tags, "-", type, source, options.
+QList<MountEntry> parseMountTable(const QByteArray &table)
+{
     QList<MountEntry> entries;
-    const QList<QByteArray> lines = file.readAll().split('\n');
+    const QList<QByteArray> lines = table.split('\n');
     for (const QByteArray &line : lines) {
         const QList<QByteArray> fields = line.split(' ');
         const qsizetype separator = fields.indexOf(QByteArrayLiteral("-"), 6);
@@ -72,15 +78,34 @@ QList<MountEntry> readMountTable(const QString &path)
 
 // A FUSE mount (exFAT, NTFS) carries an anonymous major:minor and names the device only as its source.
 // Only a mount of the volume's own root gives the drive root; a bind of one of its folders does not.
+bool mountsWholeVolume(const MountEntry &entry, const QString &majorMinor, const QString &deviceNode)
+{
+    return (entry.majorMinor == majorMinor || entry.source == deviceNode) && entry.root == QLatin1String("/");
+}
+
 const MountEntry *findMount(const QList<MountEntry> &mounts, const QString &majorMinor,
                             const QString &deviceNode)
 {
     for (const MountEntry &entry : mounts) {
-        if ((entry.majorMinor == majorMinor || entry.source == deviceNode) &&
-            entry.root == QLatin1String("/"))
+        if (mountsWholeVolume(entry, majorMinor, deviceNode))
             return &entry;
     }
     return nullptr;
+}
+
+QString withTrailingSlash(const QString &path)
+{
+    return path.endsWith(QLatin1Char('/')) ? path : path + QLatin1Char('/');
+}
+
+// The major:minor of the file system a path lies on, as the mount table writes it; empty when the path
+// cannot be reached (a FUSE mount whose program has gone answers with an error).
+QString deviceNumberOf(const QString &path)
+{
+    struct stat status;
+    if (::stat(QFile::encodeName(path).constData(), &status) != 0)
+        return QString();
+    return QStringLiteral("%1:%2").arg(major(status.st_dev)).arg(minor(status.st_dev));
 }
 
 // udev names each link after the value, with unsafe bytes written as \x20, and points it at the device
@@ -187,8 +212,7 @@ std::optional<UsbDevice> describeVolume(const QString &volumeDirectory, bool who
     device.devicePath = deviceNode;
     device.label = label.isEmpty() ? QStringLiteral("USB %1").arg(name) : label;
     if (mount) {
-        device.rootPath = mount->mountPoint.endsWith(QLatin1Char('/')) ? mount->mountPoint
-                                                                       : mount->mountPoint + QLatin1Char('/');
+        device.rootPath = withTrailingSlash(mount->mountPoint);
         device.fileSystem = mount->fileSystem;
     }
     device.removable = removable;
@@ -197,6 +221,16 @@ std::optional<UsbDevice> describeVolume(const QString &volumeDirectory, bool who
 }
 
 } // namespace
+
+bool isVolumeRoot(const RootFacts &facts)
+{
+    for (const MountEntry &entry : parseMountTable(facts.mountTable)) {
+        if (mountsWholeVolume(entry, facts.deviceNumber, facts.deviceNode) &&
+            withTrailingSlash(entry.mountPoint) == withTrailingSlash(facts.rootPath))
+            return !facts.rootNumber.isEmpty() && facts.rootNumber == entry.majorMinor;
+    }
+    return false;
+}
 
 LinuxDeviceManager::LinuxDeviceManager(const QString &systemRoot)
     : m_systemRoot(systemRoot)
@@ -207,9 +241,10 @@ LinuxDeviceManager::~LinuxDeviceManager() = default;
 QList<UsbDevice> LinuxDeviceManager::listUsbDevices() const
 {
     const QDir root(m_systemRoot);
-    const SystemFacts facts{readMountTable(root.filePath(QStringLiteral("proc/self/mountinfo"))),
-                            readDeviceLinks(root.filePath(QStringLiteral("dev/disk/by-label"))),
-                            readDeviceLinks(root.filePath(QStringLiteral("dev/disk/by-uuid")))};
+    const SystemFacts facts{
+        parseMountTable(readWholeFile(root.filePath(QStringLiteral("proc/self/mountinfo")))),
+        readDeviceLinks(root.filePath(QStringLiteral("dev/disk/by-label"))),
+        readDeviceLinks(root.filePath(QStringLiteral("dev/disk/by-uuid")))};
     const QDir devices(QDir(root.filePath(QStringLiteral("sys/devices"))).canonicalPath());
     const QDir classBlock(root.filePath(QStringLiteral("sys/class/block")));
 
@@ -235,6 +270,17 @@ QList<UsbDevice> LinuxDeviceManager::listUsbDevices() const
         return naturalLess(left.devicePath, right.devicePath);
     });
     return result;
+}
+
+bool LinuxDeviceManager::isVolumeAtRoot(const UsbDevice &device) const
+{
+    const QDir root(m_systemRoot);
+    const QString name = QFileInfo(device.devicePath).fileName();
+    const QString deviceDirectory = root.filePath(QStringLiteral("sys/class/block/") + name);
+    return isVolumeRoot({readWholeFile(root.filePath(QStringLiteral("proc/self/mountinfo"))),
+                         device.devicePath,
+                         QString::fromLatin1(readAttribute(deviceDirectory, QStringLiteral("dev"))),
+                         device.rootPath, deviceNumberOf(device.rootPath)});
 }
 
 } // namespace Tavrinox::Platform::Linux

@@ -2,6 +2,15 @@
 
 namespace Tavrinox::Platform::Windows {
 
+namespace {
+
+QString volumeId(const QString &rootPath, quint32 serialNumber)
+{
+    return QStringLiteral("%1-%2").arg(rootPath, QString::number(serialNumber, 16));
+}
+
+} // namespace
+
 VolumeProbe::~VolumeProbe() = default;
 
 QList<UsbDevice> listUsbVolumes(const VolumeProbe &probe)
@@ -31,14 +40,17 @@ QList<UsbDevice> listUsbVolumes(const VolumeProbe &probe)
         device.label =
             volumeKnown && !volume.label.isEmpty() ? volume.label : QStringLiteral("USB %1:").arg(letter);
         device.fileSystem = volumeKnown ? volume.fileSystem : QString();
-        device.id = volumeKnown
-                        ? QStringLiteral("%1-%2").arg(rootPath, QString::number(volume.serialNumber, 16))
-                        : rootPath;
+        device.id = volumeKnown ? volumeId(rootPath, volume.serialNumber) : rootPath;
         device.removable = driveType == kDriveRemovable;
         device.mounted = true;
         devices.append(device);
     }
     return devices;
+}
+
+bool isListedVolume(const UsbDevice &device, std::optional<quint32> serialNumberNow)
+{
+    return serialNumberNow && volumeId(device.rootPath, *serialNumberNow) == device.id;
 }
 
 } // namespace Tavrinox::Platform::Windows

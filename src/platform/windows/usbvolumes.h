@@ -6,6 +6,8 @@
 #include <QString>
 #include <QtGlobal>
 
+#include <optional>
+
 namespace Tavrinox::Platform::Windows {
 
 // The system's own codes, so that the probe passes them through untouched.
@@ -42,5 +44,9 @@ public:
 // The USB volumes among the drive letters, in letter order. A letter whose questions fail is skipped
 // or, when only its volume cannot be read, listed under a fallback label.
 QList<UsbDevice> listUsbVolumes(const VolumeProbe &probe);
+
+// Whether the volume at a listed device's root is still the one listed, by the serial number read there
+// now (none: no volume could be read). Another stick given the same letter has another serial.
+bool isListedVolume(const UsbDevice &device, std::optional<quint32> serialNumberNow);
 
 } // namespace Tavrinox::Platform::Windows

@@ -85,4 +85,12 @@ QList<UsbDevice> WindowsDeviceManager::listUsbDevices() const
     return listUsbVolumes(Win32VolumeProbe());
 }
 
+bool WindowsDeviceManager::isVolumeAtRoot(const UsbDevice &device) const
+{
+    const CriticalErrorBoxesOff quiet;
+    VolumeInformation volume;
+    const bool readable = Win32VolumeProbe().queryVolumeInformation(device.rootPath, &volume);
+    return isListedVolume(device, readable ? std::optional(volume.serialNumber) : std::nullopt);
+}
+
 } // namespace Tavrinox::Platform::Windows

@@ -12,6 +12,7 @@ public:
     ~WindowsDeviceManager() override;
 
     QList<UsbDevice> listUsbDevices() const override;
+    bool isVolumeAtRoot(const UsbDevice &device) const override;
 };
 
 } // namespace Tavrinox::Platform::Windows
