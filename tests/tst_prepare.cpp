@@ -63,14 +63,20 @@ private slots:
     void searchTakesTheFirstExistingCandidate()
     {
         QFETCH(QString, candidates);
-        const QString base[2] = {at("a/b/program/"), at("src/tree/")};
-        for (const QString &candidate : ("P: T: " + candidates).split(' '))
-            QVERIFY(write(base[candidate[0] == 'T'] + candidate.mid(2)));
+        const QString base[4] = {at("a/b/program/"), at("src/tree/"), at("user/"), at("system/")};
+        const auto baseOf = [&](const QString &candidate) {
+            return base[qMax(0, int(QString("PTUS").indexOf(candidate[0])))];
+        };
+        for (const QString &candidate : ("P: T: U: S: " + candidates).split(' '))
+            QVERIFY(write(baseOf(candidate) + candidate.mid(2)));
         for (const QString &candidate : (candidates + " -").split(' ')) {
             const bool tree = candidate[0] == 'T';
-            const BundleSource found = candidates.contains(".exe") ? locateWindowsBundle(base[0], base[1])
-                                                                   : locateLinuxBundle(base[0], base[1]);
-            const QString path = QDir(base[tree]).filePath(candidate.mid(2).remove(QRegularExpression("/$")));
+            const QStringList installed = {base[2], base[3]};
+            const BundleSource found = candidates.contains(".exe")
+                                           ? locateWindowsBundle(base[0], base[1], installed)
+                                           : locateLinuxBundle(base[0], base[1], installed);
+            const QString path =
+                QDir(baseOf(candidate)).filePath(candidate.mid(2).remove(QRegularExpression("/$")));
             const QString expected =
                 path + '|' + QFileInfo(QDir::cleanPath(path)).path() + '|' + QString::number(tree);
             QCOMPARE(found.executablePath + '|' + found.directory + '|' +
@@ -78,6 +84,16 @@ private slots:
                      candidate == "-" ? "||0" : expected);
             QVERIFY(QFile::remove(path) || QDir().rmdir(path) || candidate == "-");
         }
+    }
+
+    // Found from the installed program's folder, the system's folder is where the installation puts the
+    // bundles; the user's own folder comes first.
+    void installedBundleFolders()
+    {
+        QCOMPARE(installedBundleDirectories(TAVRINOX_INSTALLED_PROGRAM_DIR),
+                 QStringList({QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+                                  "/tavrinox/bundles",
+                              TAVRINOX_INSTALLED_BUNDLES}));
     }
 
     void capacityRules_data() { table("capacity"); }
@@ -103,6 +119,23 @@ private slots:
         QCOMPARE(estimateLinuxBundleSize({{}, {}, at("l/Tavrinox"), {}}), 12);
         QCOMPARE(estimateLinuxBundleSize({{}, {}, at("l2/Tavrinox"), {}}),
                  12 + 12); // hidden entries left out
+    }
+
+    // A link back into the bundle (plugins/up -> ..) is neither counted nor followed. Of what an
+    // interrupted copy may have left, only names of the atomic writer's temporary form beside a file of
+    // the bundle go.
+    void linkCyclesAndInterruptedCopies()
+    {
+        const QString target = at("drive/Tavrinox/linux/");
+        Tree expected = tree(at("build/linux"), false);
+        const qint64 size = directorySize(at("build/linux"));
+        QVERIFY(QFile::link("..", at("build/linux/plugins/up")));
+        QCOMPARE(directorySize(at("build/linux")), size);
+        for (const QString name : {"plugins/x.so.AbCdEf", "notes.txt.AbCdEf", "qt.conf.Ab3dEf"})
+            QVERIFY(write(target + name, "left here"));
+        expected["notes.txt.AbCdEf"] = expected["qt.conf.Ab3dEf"] = "left here";
+        QVERIFY(prepare({{}, {}, at("build/linux/Tavrinox"), at("build/linux")}, at("drive")).success);
+        QCOMPARE(tree(target), expected);
     }
 
     void copyFile_data() { table("copy"); }

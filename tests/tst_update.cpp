@@ -308,6 +308,58 @@ private slots:
                 QJsonDocument::fromJson(read(updateStatePath(root)))["lastPackageSha256"] == sha256(bytes));
     }
 
+    // A drive unmounted after the list was read ("click") or while a busy dialog whose label starts so is
+    // up is not written: its empty mount point is the computer's own disk. Meanwhile the user presses
+    // Escape, closes the busy dialog and asks for every command, Sair too: all refused.
+    void windowNeverWritesADriveNoLongerMounted_data()
+    {
+        table("unmounted");
+    }
+    void windowNeverWritesADriveNoLongerMounted()
+    {
+        QFETCH(QString, command);
+        QFETCH(QString, unmount);
+        QFETCH(QString, logged);
+        QVERIFY(makeFiles(at("program/bundles/linux-x64"), {"Tavrinox", "qt.conf"}) &&
+                write(at("program/bundles/linux-x64/lib/big.so"), QByteArray(8 << 20, 'b')));
+        publish(package()); // the package arrives late, so that the busy dialog is seen at work
+        m_server.route("/package.zip", 200, read(at("package.zip")), {}, 1500);
+        Bus *bus = nullptr;
+        const auto shown = window({drive(at("drive/"))}, at("program"), m_server.url(kManifest), &bus);
+        shown->show();
+        const QStringList earlier = log(*shown);
+        const Tree before = tree(at("drive"));
+        bus->unmounted = unmount == "click";
+        QString seen;
+        QTimer user;
+        user.callOnTimeout([&] {
+            auto *dialog = qobject_cast<QProgressDialog *>(QApplication::activeModalWidget());
+            if (dialog && seen.isEmpty()) {
+                QTest::keyClick(dialog, Qt::Key_Escape);
+                dialog->close();
+                for (const QString action :
+                     {"Preparar unidade USB", "Verificar atualizações", "Atualizar lista", "Sair"})
+                    control<QAction>(*shown, action)->trigger();
+                seen = dialog->isVisible() && shown->isVisible() ? dialog->windowTitle() : "closed";
+            }
+            bus->unmounted = bus->unmounted || (dialog && dialog->labelText().startsWith(unmount));
+        });
+        user.start(0);
+        Boxes boxes({"Sim"});
+        click(*shown, command);
+        const QStringList lines = QString(logged).split('\n', Qt::SkipEmptyParts);
+        QTRY_COMPARE_WITH_TIMEOUT(log(*shown).size(), earlier.size() + lines.size(), 60000);
+        QCOMPARE(log(*shown).mid(earlier.size()), lines);
+        QCOMPARE(boxes.shown.size(), 1 + !lines.isEmpty()); // no second command
+        QCOMPARE(boxes.shown.last().mid(2),
+                 lines.isEmpty()
+                     ? "Monte a unidade USB no gerenciador de arquivos e atualize a lista antes de "
+                       "preparar."
+                     : lines.last().section(": ", 1));
+        QCOMPARE(seen, lines.isEmpty() ? "" : kBoxTitle);
+        QVERIFY(tree(at("drive")) == before);
+    }
+
     // Keys and signatures come from the publisher's own signing tool.
     void windowUpdatesOnlyFromWhatThePublisherSigned_data()
     {

@@ -64,7 +64,42 @@ private slots:
         QCOMPARE(texts(listUsbVolumes(probe)), expected);
     }
 
-    void refreshListsDrivesAndSelectsOnlyALoneUsableOne_data() { table("refresh"); }
+    // Before writing, a drive must still be the one listed: on Windows the volume at the letter keeps the
+    // serial listed (not another stick given the same letter); on Linux the root is the volume's own mount,
+    // listed as /dev/sdb1 (8:17) at /media/u/STICK, not a mount over it nor a folder of it bound there.
+    void aDriveIsStillTheOneListed()
+    {
+        const UsbDevice listed{"E:\\-1a2b3c", "E:\\", "STICK", "E:\\", "exFAT", true, true};
+        QVERIFY(isListedVolume(listed, 0x1a2b3c) && !isListedVolume(listed, 0x999) &&
+                !isListedVolume(listed, std::nullopt));
+#ifdef Q_OS_LINUX
+        const QByteArray ext4 = "36 25 8:17 / /media/u/STICK rw - ext4 /dev/sdb1 rw\n";
+        const auto inPlace = [](const QByteArray &mountTable, const QString &rootNumberNow) {
+            return Tavrinox::Platform::Linux::isVolumeRoot(
+                {mountTable, "/dev/sdb1", "8:17", "/media/u/STICK/", rootNumberNow});
+        };
+        QVERIFY(inPlace(ext4, "8:17") &&
+                !inPlace(ext4 + "40 36 8:33 / /media/u/STICK - ext4 /dev/sdc1", "8:33") &&
+                !inPlace(QByteArray(ext4).replace(" / /", " /sub /"), "8:17") && !inPlace(ext4, ""));
+#endif
+    }
+
+    // Run on a 1280 x 500 screen (tests/data/shortscreen.json), the whole window and its log show.
+    void windowFitsAShortScreen()
+    {
+        const auto shown = window({});
+        shown->show();
+        QVERIFY(QTest::qWaitForWindowExposed(shown.get()));
+        QCOMPARE(shown->screen()->availableGeometry(), QRect(0, 0, 1280, 500));
+        QVERIFY(shown->screen()->availableGeometry().contains(shown->frameGeometry()));
+        const QWidget *log = shown->findChild<QTextEdit *>();
+        QVERIFY(log->parentWidget()->contentsRect().contains(log->geometry()));
+    }
+
+    void refreshListsDrivesAndSelectsOnlyALoneUsableOne_data()
+    {
+        table("refresh");
+    }
     void refreshListsDrivesAndSelectsOnlyALoneUsableOne()
     {
         QFETCH(QString, drives);

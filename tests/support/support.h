@@ -92,9 +92,10 @@ bool addUsbStick(const QString &systemRoot, int number, const QString &label, co
 struct Bus : Tavrinox::Platform::DeviceManager
 {
     QList<UsbDevice> listUsbDevices() const override { return drives; }
-    // A test's drive is a folder, always where it was listed.
-    bool isVolumeAtRoot(const UsbDevice &) const override { return true; }
+    // A test's drive is a folder, where it was listed until the test says the drives were unmounted.
+    bool isVolumeAtRoot(const UsbDevice &) const override { return !unmounted; }
     QList<UsbDevice> drives;
+    std::atomic<bool> unmounted{false}; // read on the workers' threads
 };
 // A drive mounted at root (given with its trailing slash), or an unmounted one at a device path.
 UsbDevice drive(const QString &root, const QString &label = "PENDRIVE", bool mounted = true);
