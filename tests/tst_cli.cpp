@@ -1,262 +1,160 @@
+// The terminal program, run for real over the drives of a modelled Linux machine: sticks 1 and 2 mounted
+// at empty folders, stick 3 attached but not mounted; the bundles to copy are named with --windows and
+// --linux.
 #include "buildconfig.h"
-#include "support/bundlefixture.h"
-#include "support/httpsserver.h"
-#include "support/loopvolume.h"
-#include "support/testfiles.h"
-#include "support/usbmachine.h"
-#include "support/zippackage.h"
-#include "transaction/updatejournal.h"
-#include "transaction/updatestate.h"
-
-#include <QJsonDocument>
-#include <QProcess>
-#include <QRegularExpression>
-#include <QTemporaryDir>
-#include <QtTest>
+#include "support/support.h"
 
 #include <csignal>
-#include <memory>
 
+using namespace Fixture;
 using namespace Tavrinox;
 
-namespace {
-
-struct Outcome
-{
-    int exitCode;
-    QString out, err;
-};
-
-// One run over stick 1, ROOT standing for its root in every text: the whole standard output (compared
-// as JSON when it is JSON), a part of standard error, and whose bundles the drive holds afterwards ("old":
-// prepared at 1.0.0 before the run, "new": updated to the 1.1.0 that the server offers, "": never prepared).
-struct Case
-{
-    QString arguments;
-    int exitCode;
-    QString out, err;
-    // The standard input, and the journal left on the drive before the run.
-    QByteArray bundles = "old", input = QByteArray(), journal = QByteArray();
-    bool hashMatches = true; // whether the manifest gives the package's own SHA-256
-};
-
-} // namespace
-
-Q_DECLARE_METATYPE(Case)
-
-// tavrinox-cli run for real, listing the drives of a modelled machine: sticks 1 and 2 mounted at empty
-// folders, stick 3 attached but not mounted; the bundles to copy are named with --windows and --linux.
 class TestCli : public QObject
 {
     Q_OBJECT
-
     std::unique_ptr<QTemporaryDir> m_dir;
-
-    QString path(const QString &relative) const { return m_dir->filePath(relative); }
-    QString root(int stick) const { return path(QStringLiteral("drive%1/").arg(stick)); }
+    QString at(const QString &relative) const { return m_dir->filePath(relative); }
+    QString root(int stick) const { return at(QString("drive%1/").arg(stick)); }
+    QStringList sources() const { return {"--windows", at("windows"), "--linux", at("linux")}; }
 
     void start(QProcess &process, const QStringList &arguments)
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert("TAVRINOX_SYSTEM_ROOT", path("system"));
-        environment.insert("TMPDIR", path("tmp"));
-        environment.insert("XDG_DATA_HOME", path("data"));
+        environment.insert("TAVRINOX_SYSTEM_ROOT", at("system"));
+        environment.insert("TMPDIR", at("tmp"));
+        environment.insert("XDG_DATA_HOME", at("data"));
         process.setProcessEnvironment(environment);
         process.start(TAVRINOX_CLI, arguments);
     }
-
-    Outcome cli(const QStringList &arguments, const QByteArray &input = QByteArray())
+    // The exit code, then standard output and standard error, each on its own line.
+    QStringList cli(const QStringList &arguments, const QByteArray &input = {})
     {
         QProcess process;
         start(process, arguments);
         process.write(input);
         process.closeWriteChannel();
         const bool ended = process.waitForFinished(120000) && process.exitStatus() == QProcess::NormalExit;
-        return {ended ? process.exitCode() : -1, QString::fromUtf8(process.readAllStandardOutput()),
-                QString::fromUtf8(process.readAllStandardError())};
-    }
-
-    QStringList withSources(QStringList arguments) const
-    {
-        return arguments << "--windows" << path("windows") << "--linux" << path("linux");
+        return {QString::number(ended ? process.exitCode() : -1), process.readAllStandardOutput(),
+                process.readAllStandardError()};
     }
 
 private slots:
     void init()
     {
         m_dir = std::make_unique<QTemporaryDir>();
-        QVERIFY(m_dir->isValid());
         for (int stick : {1, 2, 3})
-            QVERIFY(addUsbStick(path("system"), stick, QStringLiteral("PEN%1").arg(stick),
-                                stick < 3 ? root(stick) : ""));
-        QVERIFY(Fixture::makeWindowsBundle(path("windows")) && Fixture::makeLinuxBundle(path("linux")));
+            QVERIFY(
+                addUsbStick(at("system"), stick, QString("PEN%1").arg(stick), stick < 3 ? root(stick) : ""));
+        QVERIFY(makeFiles(at("windows"),
+                          QString("Tavrinox.exe Qt6Core.dll platforms/qwindows.dll vcruntime140.dll "
+                                  "vcruntime140_1.dll msvcp140.dll .build-id")
+                              .split(' ')) &&
+                makeFiles(at("linux"), QString("Tavrinox lib/libQt6Core.so.6 qt.conf .build-id").split(' ')));
     }
 
-    void answersEachCommand_data()
-    {
-        QTest::addColumn<Case>("run");
-        const QString updated = "Unidade atualizada para Tavrinox 1.1.0.\n";
-        const QString notPrepared =
-            "A unidade selecionada ainda não possui uma estrutura Tavrinox preparada.";
-        const QByteArray journal = R"({"schemaVersion":1,"app":"Tavrinox","id":"20260101000000","phase":)";
-        const QByteArray staged = journal + R"("staged"})";
-        const QString drives = R"({"drives": [
-            {"id": "/dev/sdb1", "label": "PEN1", "device": "/dev/sdb1", "root": "ROOT", "fileSystem": "exfat",
-             "removable": true, "mounted": true, "installedVersion": "1.0.0", "pendingUpdate": true},
-            {"id": "/dev/sdc1", "label": "PEN2", "device": "/dev/sdc1", "root": "DRIVE2", "fileSystem": "exfat",
-             "removable": true, "mounted": true, "installedVersion": null, "pendingUpdate": false},
-            {"id": "/dev/sdd1", "label": "PEN3", "device": "/dev/sdd1", "root": "", "fileSystem": "",
-             "removable": true, "mounted": false, "installedVersion": null, "pendingUpdate": false}]})";
-        // clang-format off
-        const QList<QPair<const char *, Case>> cases{
-            {"no command", {"", 2, "", "tavrinox-cli: falta o comando.\nUso: tavrinox-cli COMANDO"}},
-            {"option of another command", {"prepare PEN1 --deep SOURCES", 2, "",
-                "o comando prepare não aceita a opção --deep.\nUso: tavrinox-cli prepare UNIDADE... [--yes]"}},
-            {"server without TLS", {"update PEN1 SERVER --server http://127.0.0.1", 2, "",
-                "o servidor de atualização precisa ser um endereço https://: http://127.0.0.1\nUso: "}},
-            {"list", {"list --json", 0, drives, "", "old", "", staged}},
-            {"unknown drive", {"prepare NOPE -y SOURCES", 3, "", "Unidade USB não encontrada: NOPE"}},
-            {"drive not mounted", {"prepare /dev/sdd1 -y SOURCES", 3, "",
-                "/dev/sdd1: Monte a unidade USB no gerenciador de arquivos e atualize a lista antes de preparar."}},
-            {"preparation declined", {"prepare ROOT SOURCES", 1, "Preparação cancelada pelo usuário.\n",
-                "Preparar a estrutura Tavrinox em ROOT?", "old", "não\n"}},
-            {"verify before preparing", {"verify PEN1 SOURCES", 1, "", notPrepared, ""}},
-            {"nothing to recover", {"recover PEN1", 0, "Nenhuma atualização pendente em ROOT.\n", ""}},
-            {"staging discarded", {"recover /dev/sdb1", 0, "Uma atualização interrompida antes da promoção foi "
-                "descartada; o staging foi preservado para diagnóstico.\n", "Recuperando atualização pendente em "
-                "ROOT...", "old", "", staged}},
-            {"journal unreadable", {"recover PEN1", 1, "Atualização pendente não recuperada em ROOT: O journal de "
-                "atualização pendente é inválido e foi preservado para diagnóstico.\n", "", "old", "", "{"}},
-            {"workspace recycled", {"recycle", 0, "Espaço de trabalho reciclado.\n", ""}},
-            {"check", {"check PEN1 SERVER", 0, "Atualização disponível.\n\nVersão instalada: 1.0.0\nVersão disponível: "
-                "1.1.0\n\nCorreções de segurança.\n", "Consultando manifesto de atualização..."}},
-            {"check as JSON", {"check PEN1 SERVER --json", 0, R"({"ok": true, "root": "ROOT", "installedVersion": "1.0.0",
-                "availableVersion": "1.1.0", "updateAvailable": true, "releaseNotes": "Correções de segurança.",
-                "publishedAt": ""})", ""}},
-            {"update", {"update ROOT SERVER --yes", 0, updated, "Baixando, validando e aplicando atualização...", "new"}},
-            {"update declined", {"update PEN1 SERVER", 1, "Atualização cancelada pelo usuário.\n",
-                "Atualizar Tavrinox na unidade ROOT?\n\nVersão instalada: 1.0.0\nVersão disponível: 1.1.0",
-                "old", "n\n"}},
-            {"package hash differs", {"update PEN1 SERVER -y", 1, "Falha ao aplicar atualização: Hash SHA-256 divergente. "
-                "O pacote não será aplicado.\n", "", "old", "", "", false}},
-            {"interrupted update rolled back first", {"update PEN1 SERVER -y", 0, updated,
-                "Uma atualização interrompida foi revertida com segurança", "new", "", journal + R"("promoting-windows"})"}},
-            {"unrecoverable journal refuses", {"update PEN1 SERVER -y", 1, "",
-                "Há uma atualização pendente que não pôde ser recuperada com segurança.", "old", "", "[]"}},
-        };
-        // clang-format on
-        for (const auto &[name, run] : cases)
-            QTest::newRow(name) << run;
-    }
+    // Whatever fails or is refused leaves the drive exactly as it was.
+    void answersEachCommand_data() { table("cli"); }
     void answersEachCommand()
     {
-        QFETCH(Case, run);
+        QFETCH(QString, arguments);
+        QFETCH(QString, exit);
+        QFETCH(QString, drive);
+        QFETCH(QString, journal);
+        QFETCH(QString, input);
+        QFETCH(QString, out);
+        QFETCH(QString, err);
         HttpsServer server;
-        QString why;
-        QVERIFY2(server.start(&why), qPrintable(why));
-        const QByteArray package = tavrinoxPackage("new").bytes();
-        server.addBody("/package.zip", package);
-        server.addBody(
-            "/000Updates/tavrinox/manifest.json",
-            QStringLiteral(R"({"schemaVersion": 1, "app": "Tavrinox", "version": "1.1.0", "packageUrl":
-                           "%1", "sha256": "%2", "size": %3, "releaseNotes": "Correções de segurança."})")
-                .arg(server.url("/package.zip").toString(), sha256Hex(run.hashMatches ? package : "x"))
-                .arg(package.size())
-                .toUtf8());
-        if (!run.bundles.isEmpty())
-            QVERIFY(layOutPreparedDrive(root(1), "1.0.0", "old"));
-        if (!run.journal.isEmpty())
-            QVERIFY(Fixture::writeFile(updateJournalPath(root(1)), run.journal));
-        const QMap<QString, QByteArray> before = driveSnapshot(root(1));
-
-        run.arguments.replace("ROOT", root(1)).replace("SOURCES", withSources({}).join(' '));
-        run.arguments.replace("SERVER",
-                              "--ca-file " TAVRINOX_TLS_CA " --server " + server.url("").toString());
-        const Outcome outcome = cli(run.arguments.split(' ', Qt::SkipEmptyParts), run.input);
-
-        QCOMPARE(outcome.exitCode, run.exitCode);
-        const auto normal = [](const QString &text) {
-            return text.startsWith('{') ? QString::fromUtf8(QJsonDocument::fromJson(text.toUtf8()).toJson())
-                                        : text;
+        QVERIFY(server.start() && makeFiles(at("pkg/Tavrinox"), packageFiles("new"), "new") &&
+                zip(at("pkg"), at("package.zip")));
+        const QByteArray package = read(at("package.zip"));
+        const bool hashMatches = QByteArray(QTest::currentDataTag()) != "package hash differs";
+        server.route("/package.zip", 200, package);
+        server.route(
+            "/000Updates/tavrinox/manifest.json", 200,
+            json(QString("{'schemaVersion': 1, 'app': 'Tavrinox', 'version': '1.1.0', 'packageUrl': '%1', "
+                         "'sha256': '%2', 'size': %3, 'releaseNotes': 'Correções de segurança.'}")
+                     .arg(server.url("/package.zip").toString(), sha256(hashMatches ? package : "x"))
+                     .arg(package.size())));
+        QVERIFY(drive.isEmpty() || makeDrive(root(1), "1.0.0"));
+        QVERIFY(journal.isEmpty() || write(updateJournalPath(root(1)), json(journal)));
+        const Tree before = tree(root(1));
+        arguments.replace("ROOT", root(1)).replace("SOURCES", sources().join(' '));
+        arguments.replace("SERVER", "--ca-file " TAVRINOX_TEST_DATA_DIR "/tls/ca.pem --server " +
+                                        server.url("").toString());
+        const QStringList outcome = cli(arguments.split(' ', Qt::SkipEmptyParts), input.toUtf8());
+        const auto normal = [&](const QString &text) {
+            return text.startsWith('{') ? QJsonDocument::fromJson(json(text)).toJson() : text.toUtf8();
         };
-        QCOMPARE(normal(outcome.out), normal(run.out.replace("ROOT", root(1)).replace("DRIVE2", root(2))));
-        QVERIFY2(outcome.err.contains(run.err.replace("ROOT", root(1))), qPrintable(outcome.err));
-        // Whatever fails or is refused leaves the drive exactly as it was.
-        if (run.exitCode != 0)
-            QCOMPARE(driveSnapshot(root(1)), before);
-        QVERIFY(run.bundles.isEmpty() ? !QFileInfo::exists(root(1) + "Tavrinox-Linux.sh")
-                                      : driveHoldsBundles(root(1), run.bundles));
+        QCOMPARE(outcome[0] + '\n' + normal(outcome[1]),
+                 exit + '\n' + normal(out.replace("ROOT", root(1)).replace("DRIVE2", root(2))));
+        QVERIFY2(outcome[2].contains(err.replace("ROOT", root(1))), qPrintable(outcome[2]));
+        QVERIFY(exit == "0" || tree(root(1)) == before);
+        QVERIFY(drive.isEmpty() ? !QFileInfo::exists(root(1) + "Tavrinox-Linux.sh")
+                                : liveBundles(root(1)) == drive + ' ' + drive);
     }
 
+    // Each drive on its own worker, each reported on its own line; one failing does not stop the others.
+    // Stick 4 is a real exFAT volume where one can be mounted, a folder elsewhere.
     void preparesDrivesInParallelAndVerifiesThem()
     {
-        // Stick 4 is a real exFAT volume where root and FUSE allow it, a folder elsewhere.
-        LoopVolume volume;
+        Volume volume;
         QString whyNot;
-        const bool onVolume = volume.mount(LoopVolume::FileSystem::ExFat, 64 << 20, &whyNot);
-        const QString fourth = onVolume ? volume.mountPoint() : path("drive4");
-        QVERIFY(addUsbStick(path("system"), 4, "PEN4", fourth));
-        QVERIFY(Fixture::writeFile(root(2) + "Tavrinox", "a file where the folder goes"));
-
-        const Outcome outcome = cli(withSources({"prepare", "PEN1", root(2), "/dev/sde1", "--yes"}));
-        QCOMPARE(outcome.exitCode, 1);
-        const QStringList reported = outcome.out.split('\n', Qt::SkipEmptyParts);
-        QCOMPARE(QSet<QString>(reported.cbegin(), reported.cend()),
+        const QString fourth = volume.mount("exfat", 64, &whyNot) ? volume.path : at("drive4");
+        QVERIFY(addUsbStick(at("system"), 4, "PEN4", fourth) &&
+                write(root(2) + "Tavrinox", "a file where the folder goes"));
+        const QStringList outcome =
+            cli(QStringList{"prepare", "PEN1", root(2), "/dev/sde1", "--yes"} + sources());
+        const QStringList reported = outcome[1].split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(outcome[0], "1");
+        QCOMPARE(QSet<QString>(reported.begin(), reported.end()),
                  QSet<QString>(
                      {"Unidade preparada: " + root(1), "Unidade preparada: " + fourth + "/",
                       "Falha em " + root(2) + ": Nao foi possivel criar a pasta: " + root(2) + "Tavrinox"}));
-        QCOMPARE(readInstalledVersion(root(1)), QString::fromLatin1(Build::kApplicationVersion));
-        QCOMPARE(cli(withSources({"verify", "PEN4", "--deep"})).out,
+        QCOMPARE(readInstalledVersion(root(1)), Build::kApplicationVersion);
+        QCOMPARE(cli(QStringList{"verify", "PEN4", "--deep"} + sources())[1],
                  "Os bundles da unidade conferem com as fontes de preparação.\n");
-
         // Same size, other bytes: only the comparison of contents sees that one.
-        QVERIFY(Fixture::writeFile(root(1) + "Tavrinox/linux/qt.conf", QByteArray(30, 'x')));
-        QVERIFY(QFile::remove(root(1) + "Tavrinox/windows/msvcp140.dll"));
-        QVERIFY(Fixture::writeFile(root(1) + "Tavrinox/linux/stray.txt", "x"));
-        const QStringList found{"Ausente: Tavrinox/windows/msvcp140.dll", "Extra: Tavrinox/linux/stray.txt"};
-        const Outcome shallow = cli(withSources({"verify", "PEN1"}));
-        QCOMPARE(shallow.exitCode, 1);
-        QCOMPARE(shallow.out.split('\n', Qt::SkipEmptyParts),
-                 found + QStringList{"2 diferença(s) entre a unidade e as fontes de preparação."});
-        const QStringList deep{"Diferente: Tavrinox/linux/qt.conf",
-                               "3 diferença(s) entre a unidade e as fontes de preparação."};
-        QCOMPARE(cli(withSources({"verify", "PEN1", "--deep"})).out.split('\n', Qt::SkipEmptyParts),
-                 found + deep);
+        QVERIFY(
+            write(root(1) + "Tavrinox/linux/qt.conf", QByteArray(read(at("linux/qt.conf")).size(), 'x')) &&
+            QFile::remove(root(1) + "Tavrinox/windows/msvcp140.dll") &&
+            write(root(1) + "Tavrinox/linux/stray.txt", "x"));
+        const QString found = "Ausente: Tavrinox/windows/msvcp140.dll\nExtra: Tavrinox/linux/stray.txt\n";
+        QCOMPARE(cli(QStringList{"verify", "PEN1"} + sources()).mid(0, 2),
+                 QStringList({"1", found + "2 diferença(s) entre a unidade e as fontes de preparação.\n"}));
+        QCOMPARE(cli(QStringList{"verify", "PEN1", "--deep"} + sources())[1],
+                 found + "Diferente: Tavrinox/linux/qt.conf\n3 diferença(s) entre a unidade e as fontes de "
+                         "preparação.\n");
     }
 
+    // Ctrl+C stops the copy between files and says what is left; every file copied is whole and counted.
     void interruptionStopsBetweenFilesAndSaysWhatIsLeft()
     {
-        // Enough files that the copy still runs when Ctrl+C arrives, after the first few landed.
-        for (int i = 0; i < 1500; ++i)
-            QVERIFY(Fixture::writeFile(path("linux/lib/part%1.so").arg(i), QByteArray(64 * 1024, char(i))));
+        for (int i = 0; i < 1500; ++i) // enough that the copy still runs when Ctrl+C arrives
+            QVERIFY(write(at("linux/lib/part%1.so").arg(i), QByteArray(64 * 1024, char(i))));
         QProcess process;
-        start(process, withSources({"prepare", "PEN1", "--yes"}));
+        start(process, QStringList{"prepare", "PEN1", "--yes"} + sources());
         QVERIFY(QTest::qWaitFor([&] { return !QDir(root(1) + "Tavrinox/linux/lib").isEmpty(); }, 120000));
-        QCOMPARE(::kill(pid_t(process.processId()), SIGINT), 0);
-        QVERIFY(process.waitForFinished(120000));
+        QVERIFY(::kill(pid_t(process.processId()), SIGINT) == 0 && process.waitForFinished(120000));
         QCOMPARE(process.exitCode(), 1);
-
         const QRegularExpressionMatch told =
             QRegularExpression(
                 "^Preparação interrompida em " + QRegularExpression::escape(root(1)) +
-                ": faltaram (\\d+) de (\\d+) arquivo\\(s\\) dos bundles \\(.+\\), os inicializadores e "
-                "o README\\. Repita o comando para continuar\\.\n$")
-                .match(QString::fromUtf8(process.readAllStandardOutput()));
-        QVERIFY(told.hasMatch());
-        const int planned = told.captured(2).toInt();
-        QCOMPARE(planned, Fixture::visibleTreeContents(path("windows")).size() +
-                              Fixture::visibleTreeContents(path("linux")).size());
-        // Every file copied is whole and counted: nothing half-written, nothing beyond what was told.
-        const int onDrive = Fixture::treeContents(root(1) + "Tavrinox").size();
-        QVERIFY(onDrive > 0 && onDrive < planned);
+                ": faltaram (\\d+) de (\\d+) arquivo\\(s\\) dos bundles \\(.+\\), os inicializadores "
+                "e o README\\. Repita o comando para continuar\\.\n$")
+                .match(process.readAllStandardOutput());
+        const auto files = [](const QString &folder) {
+            return int(tree(folder, false).values().count() - tree(folder, false).values().count("/"));
+        };
+        const int planned = told.captured(2).toInt(), onDrive = files(root(1) + "Tavrinox");
+        QVERIFY(told.hasMatch() && onDrive > 0 && onDrive < planned);
+        QCOMPARE(planned, files(at("windows")) + files(at("linux")));
         QCOMPARE(onDrive + told.captured(1).toInt(), planned);
         QVERIFY(!QFileInfo::exists(root(1) + "Tavrinox-Linux.sh") &&
                 !QFileInfo::exists(updateStatePath(root(1))));
-
-        QCOMPARE(cli(withSources({"prepare", "PEN1", "--yes"})).exitCode, 0);
-        QCOMPARE(cli(withSources({"verify", "PEN1", "--deep"})).exitCode, 0);
+        QCOMPARE(cli(QStringList{"prepare", "PEN1", "--yes"} + sources())[0], "0");
+        QCOMPARE(cli(QStringList{"verify", "PEN1", "--deep"} + sources())[0], "0");
     }
 };
 
-QTEST_GUILESS_MAIN(TestCli)
+TAVRINOX_TEST(TestCli)
 #include "tst_cli.moc"
