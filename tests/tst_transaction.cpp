@@ -274,6 +274,52 @@ private slots:
         QCOMPARE(tree(workspace(kVault)) == vault, !box.startsWith('I')); // a refusal removes nothing at all
     }
 
+    // An update starts only over a settled drive and from an HTTPS manifest: a pending journal is recovered
+    // first (the update refused when it cannot be), and the caller's gate is asked before the work area and
+    // again right before the promotion, a refusal stopping it there. What a stopped apply left, the next
+    // recovery clears.
+    void updateStartsOnlyOverASettledDrive_data() { table("settled"); }
+    void updateStartsOnlyOverASettledDrive()
+    {
+        QFETCH(QString, situation);
+        QFETCH(QString, asked);
+        QFETCH(QString, error);
+        HttpsServer server;
+        const QString root = at("drive");
+        QVERIFY(makeDrive(root, "1.0.0") && makeFiles(at("p/Tavrinox"), packageFiles("new"), "new") &&
+                zip(at("p"), at("p.zip")) && HttpsServer::trustTestCertificateAuthority() && server.start());
+        QVERIFY(situation != "journal" ||
+                writeUpdateJournal(root, {{"id", kId}, {"phase", "windows-promoted"}}));
+        QVERIFY(!situation.startsWith('{') || write(updateJournalPath(root), situation.toUtf8()));
+        const QByteArray package = read(at("p.zip"));
+        server.route("/p.zip", 200, package);
+        server.route("/m.json", 200,
+                     json(QString("{'schemaVersion':1,'app':'Tavrinox','version':'1.1.0','packageUrl':'%1',"
+                                  "'sha256':'%2'}")
+                              .arg(server.url("/p.zip").toString(), sha256(package))));
+        QUrl url = server.url("/m.json");
+        url.setScheme(situation == "plain" ? "http" : "https");
+        int timesAsked = 0;
+        const UpdateWriteGate gate = [&](QString *gateError) {
+            *gateError = error;
+            return situation != QString("refuse at %1").arg(++timesAsked);
+        };
+        QFuture<QString> failure = QtConcurrent::run([&] {
+            const UpdateCheckResult check = checkForUpdate(root, url);
+            return check.ok ? applyUpdate(root, check.manifest, gate).error : check.error;
+        });
+        QVERIFY(QTest::qWaitFor([&] { return failure.isFinished(); }, 600000));
+        QCOMPARE(failure.result() + QString::number(timesAsked),
+                 error.replace("URL", url.toString()) + asked);
+        recoverPendingUpdate(root);
+        QCOMPARE(liveBundles(root) + ' ' + readInstalledVersion(root),
+                 error.isEmpty() ? "new new 1.1.0" : "old old 1.0.0");
+        QCOMPARE(QDir(root + "/Tavrinox")
+                     .entryList({"*.backup-*", ".update-*", "update-journal.json"},
+                                QDir::AllEntries | QDir::Hidden),
+                 situation.startsWith('{') ? QStringList{"update-journal.json"} : QStringList());
+    }
+
     void realFaultsAreReported_data() { table("faults"); }
     void realFaultsAreReported()
     {
