@@ -2,7 +2,9 @@
 // promotion, or the recovery of a promotion killed earlier, and the kill shim ends it with SIGKILL just
 // before its N-th file-system operation (with writes counted, also before each write to a file it
 // opened), for N = 1, 2, ... until a run completes. Recovery then runs here, and the drive must hold the
-// whole old or the whole new version, with a state file that tells the truth.
+// whole old or the whole new version, with a state file that tells the truth. The same holds for a whole
+// apply, killed the same way and then moved to another root or pulled out with its stick; and a
+// preparation killed the same way leaves each file its old or its new self.
 #include "support/support.h"
 #include "transaction/durability.h"
 
@@ -169,7 +171,7 @@ private slots:
         QStringList broken;
         int kill = 1;
         for (QString device, why;; ++kill) {
-            QVERIFY(makeDrive(drive, "1.0.0") && flushTree(drive));
+            QVERIFY(QDir(drive).removeRecursively() && makeDrive(drive, "1.0.0") && flushTree(drive));
             const qint64 fuse = pulled ? fuseProcess(m_exfat.path, &device) : 0;
             const QString output = child(apply, kill, false, fuse);
             if (!output.contains("killshim: killed at")) {
@@ -266,7 +268,7 @@ private slots:
                 break;
         }
         qInfo("%d kill points", kill - 1);
-        QVERIFY(full || kill > 50);
+        QVERIFY(full || kill > 50); // fewer would mean the shim misses calls of the copy
     }
 };
 
