@@ -296,6 +296,73 @@ private slots:
                  QFile::permissions(at("program/bundles/linux-x64/Tavrinox")));
         QVERIFY(QFile::permissions(root + "Tavrinox-Linux.sh") & QFile::ExeOther);
     }
+
+    // Asked before each file, the caller stops at the row's question (never at 0). The bytes told, out of
+    // those of both bundles, only grow, up to those of the bundles copied, naming each bundle at work; what
+    // was copied stays, whole.
+    void copyFollowsBytesAndStopsBetweenFiles_data() { table("stops"); }
+    void copyFollowsBytesAndStopsBetweenFiles()
+    {
+        QFETCH(QString, stop);
+        QFETCH(QString, copied);
+        QFETCH(QString, message);
+        const auto bytes = [&](const QString &folder) {
+            qint64 sum = 0;
+            for (const QByteArray &content : tree(at(folder), false))
+                sum += content == "/" ? 0 : content.size();
+            return sum;
+        };
+        QVERIFY(write(at("build/linux/lib/big.so"), QByteArray(1 << 20, 'x')) &&
+                write(at("build/windows/Qt6Core.dll"), QByteArray(3 << 19, 'w')));
+        int asked = 0;
+        QList<qint64> done{0};
+        QStringList named;
+        const auto told = [&](const CopyProgress &progress) {
+            done += progress.doneBytes;
+            named += progress.bundle.toLower();
+            QCOMPARE(progress.totalBytes, bytes("build"));
+        };
+        QCOMPARE(DrivePreparer()
+                     .prepare(at("drive"), builds(), {}, {}, {told, [&] { return ++asked == stop.toInt(); }})
+                     .message,
+                 message);
+        named.removeDuplicates();
+        QCOMPARE(named.join(' '), copied);
+        QVERIFY(std::is_sorted(done.begin(), done.end()));
+        for (const QString bundle : {"windows", "linux"}) {
+            QCOMPARE(tree(at("drive/Tavrinox/" + bundle)),
+                     copied.contains(bundle) ? tree(at("build/" + bundle), false) : Tree());
+            done.last() -= copied.contains(bundle) ? bytes("build/" + bundle) : 0;
+        }
+        QCOMPARE(done.last(), 0);
+    }
+
+    // While a large file copies, the window keeps running and the dialog, naming the bundle, shows the
+    // megabytes copied of those to copy and moves its bar with them.
+    void dialogFollowsTheBytesOfALargeCopy()
+    {
+        QFile big(at("program/bundles/linux-x64/lib/big.so"));
+        QVERIFY(write(at("program/bundles/")) &&
+                QDir().rename(at("build/linux"), at("program/bundles/linux-x64")) &&
+                big.open(QIODevice::WriteOnly) && big.resize(128 << 20));
+        big.close();
+        const auto shown = window({drive(at("drive/"))}, at("program"));
+        Boxes boxes({"Sim"});
+        QList<int> values;
+        QTimer watch;
+        connect(&watch, &QTimer::timeout, this, [&] {
+            const auto *dialog = qobject_cast<QProgressDialog *>(QApplication::activeModalWidget());
+            if (dialog && dialog->labelText().contains(
+                              QRegularExpression("^Copiando bundle Linux...\n[0-9,]+ de 128,0 MB$")))
+                values += dialog->value();
+        });
+        watch.start(0);
+        click(*shown, "Preparar unidade USB");
+        QCOMPARE(boxes.shown.last(), "I:" + kPrepared);
+        QVERIFY2(QSet<int>(values.cbegin(), values.cend()).size() > 3 &&
+                     std::is_sorted(values.cbegin(), values.cend()) && values.last() < 1000,
+                 qPrintable(QString::number(values.size())));
+    }
 };
 
 TAVRINOX_TEST(TestPrepare)

@@ -99,10 +99,20 @@ private slots:
         QVERIFY(makeUpdateDrive(root) && (!s[2].contains('W') || move("windows", true)) &&
                 (!s[2].contains('L') || move("linux", true)) &&
                 (!s[2].contains('M') || move("linux", false)));
+        // A crafted journal names folders outside the drive, beside a link on it named like a work area.
+        const bool outside = s.value(4) == "outside" || s.value(4) == "climbing";
+        const QString out = at("out/"), id = s.value(4) == "climbing" ? "x/../../../out/f" : kId;
+        for (const QString &victim : QStringList{"windows/f", "linux/f", "windows.backup-" + kId + "/f",
+                                                 "linux.backup-" + kId + "/f", ".update-20260301140509123/f"})
+            QVERIFY(!outside || write(out + victim, "keep"));
+        QVERIFY(!outside ||
+                (QFile::link(out + ".update-20260301140509123", tavrinox + ".update-20260301140509124") &&
+                 write(tavrinox + "update-log-x/")));
         const QString otherState =
             s[3] == "bad" ? "{ not json" : "{'schemaVersion':1,'app':'tavrinox','installedVersion':'1.1.0'}";
-        QVERIFY(s[3] == "old" || (s[3] == "new" ? writeUpdateState(root, "1.1.0", "ab")
-                                                : write(updateStatePath(root), json(otherState))));
+        QVERIFY(s[3] == "old" || (s[3] == "none"  ? QFile::remove(updateStatePath(root))
+                                  : s[3] == "new" ? writeUpdateState(root, "1.1.0", "ab")
+                                                  : write(updateStatePath(root), json(otherState))));
         const QString journal =
             s[0] == "invalid" ? "{ not json"
             : s[0] == "schema"
@@ -111,13 +121,22 @@ private slots:
                           "'phase':'%4','windowsPath':'%5','linuxPath':'%6linux',"
                           "'windowsBackup':'%6windows.backup-%1','linuxBackup':'%6linux.backup-%1',"
                           "'workRoot':'%7'}")
-                      .arg(kId, QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs), s[1], s[0],
-                           s.value(4) == "unreachable" ? root + "/gone/windows" : tavrinox + "windows",
-                           tavrinox, QFileInfo(packageRoot(root)).path())
+                      .arg(id, QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs), s[1], s[0],
+                           s.value(4) == "unreachable" ? root + "/gone/windows"
+                           : outside                   ? out + "windows"
+                                                       : tavrinox + "windows",
+                           outside ? out : tavrinox,
+                           outside ? out + ".update-20260301140509123" : QFileInfo(packageRoot(root)).path())
                       .remove("'version':'-',")
                       .remove("'phase':'-',");
         QVERIFY(s[0] == "none" || write(updateJournalPath(root), json(journal)));
-        QString message, error;
+        // An unfinished journal, valid or not, is never replaced by a new transaction.
+        const Tree outsideBefore = tree(out);
+        const QByteArray journalBefore = read(updateJournalPath(root));
+        const bool pending = s[0] != "none" && s[0] != "rolled-back";
+        QString message, error, refusal;
+        QVERIFY(!pending || !promoteUpdate(root, packageRoot(root), "1.1.0", "", &refusal));
+        QVERIFY(read(updateJournalPath(root)) == journalBefore);
         const bool ok = recoverPendingUpdate(root, &message, &error);
         QCOMPARE(
             QStringList(
@@ -126,6 +145,9 @@ private slots:
                  logOf(root, kId), QString::number(QDir(tavrinox).entryList({"*.backup-*"}).size())})
                 .join('|'),
             result.replace("%1", root));
+        QVERIFY(!pending || refusal.startsWith(ok ? "Há uma atualização interrompida" : "O journal"));
+        // Nothing outside the drive is touched; a journal that cannot be recovered stays as it was.
+        QVERIFY(tree(out) == outsideBefore && (ok || read(updateJournalPath(root)) == journalBefore));
         // The staging of a pending journal stays for diagnosis; one that no journal names is removed.
         QVERIFY(ok == error.isEmpty() && QFileInfo::exists(packageRoot(root)) == (s[0] != "none"));
     }
@@ -252,6 +274,52 @@ private slots:
         QCOMPARE(tree(workspace(kVault)) == vault, !box.startsWith('I')); // a refusal removes nothing at all
     }
 
+    // An update starts only over a settled drive and from an HTTPS manifest: a pending journal is recovered
+    // first (the update refused when it cannot be), and the caller's gate is asked before the work area and
+    // again right before the promotion, a refusal stopping it there. What a stopped apply left, the next
+    // recovery clears.
+    void updateStartsOnlyOverASettledDrive_data() { table("settled"); }
+    void updateStartsOnlyOverASettledDrive()
+    {
+        QFETCH(QString, situation);
+        QFETCH(QString, asked);
+        QFETCH(QString, error);
+        HttpsServer server;
+        const QString root = at("drive");
+        QVERIFY(makeDrive(root, "1.0.0") && makeFiles(at("p/Tavrinox"), packageFiles("new"), "new") &&
+                zip(at("p"), at("p.zip")) && HttpsServer::trustTestCertificateAuthority() && server.start());
+        QVERIFY(situation != "journal" ||
+                writeUpdateJournal(root, {{"id", kId}, {"phase", "windows-promoted"}}));
+        QVERIFY(!situation.startsWith('{') || write(updateJournalPath(root), situation.toUtf8()));
+        const QByteArray package = read(at("p.zip"));
+        server.route("/p.zip", 200, package);
+        server.route("/m.json", 200,
+                     json(QString("{'schemaVersion':1,'app':'Tavrinox','version':'1.1.0','packageUrl':'%1',"
+                                  "'sha256':'%2'}")
+                              .arg(server.url("/p.zip").toString(), sha256(package))));
+        QUrl url = server.url("/m.json");
+        url.setScheme(situation == "plain" ? "http" : "https");
+        int timesAsked = 0;
+        const UpdateWriteGate gate = [&](QString *gateError) {
+            *gateError = error;
+            return situation != QString("refuse at %1").arg(++timesAsked);
+        };
+        QFuture<QString> failure = QtConcurrent::run([&] {
+            const UpdateCheckResult check = checkForUpdate(root, url);
+            return check.ok ? applyUpdate(root, check.manifest, gate).error : check.error;
+        });
+        QVERIFY(QTest::qWaitFor([&] { return failure.isFinished(); }, 600000));
+        QCOMPARE(failure.result() + QString::number(timesAsked),
+                 error.replace("URL", url.toString()) + asked);
+        recoverPendingUpdate(root);
+        QCOMPARE(liveBundles(root) + ' ' + readInstalledVersion(root),
+                 error.isEmpty() ? "new new 1.1.0" : "old old 1.0.0");
+        QCOMPARE(QDir(root + "/Tavrinox")
+                     .entryList({"*.backup-*", ".update-*", "update-journal.json"},
+                                QDir::AllEntries | QDir::Hidden),
+                 situation.startsWith('{') ? QStringList{"update-journal.json"} : QStringList());
+    }
+
     void realFaultsAreReported_data() { table("faults"); }
     void realFaultsAreReported()
     {
@@ -278,6 +346,21 @@ private slots:
             QVERIFY(!f[1].endsWith("json") ||
                     logOf(root, journalOf(root)["id"].toString())
                         .endsWith("failed: Falha ao publicar o estado da atualização.+t\n"));
+        } else if (f[0] == "restore") {
+            // The incoming Windows bundle cannot be removed once live, so putting the old one back fails;
+            // the journal keeps a phase recovery retries from, and once the file can go, recovery completes.
+            QVERIFY(run("chattr", {"+i", packageRoot(root) + "/Tavrinox/windows/Tavrinox.exe"}) &&
+                    (f.size() > 1 || QDir(packageRoot(root) + "/Tavrinox/linux").removeRecursively()));
+            qputenv("TAVRINOX_TEST_FAIL_UPDATE_PHASE", f.value(1).toUtf8());
+            QVERIFY(!promoteUpdate(root, packageRoot(root), "1.1.0", "", &actual) &&
+                    (f.size() == 1 || !recoverPendingUpdate(root, nullptr, &actual)));
+            qunsetenv("TAVRINOX_TEST_FAIL_UPDATE_PHASE");
+            const QJsonObject journal = journalOf(root);
+            actual = journal["phase"].toString() + ": " +
+                     actual.replace(stillNeedsRecoveryMessage(), "STILL") + '|';
+            QVERIFY(logOf(root, journal["id"].toString()).contains("failed: ") &&
+                    run("chattr", {"-i", tavrinox + "windows/Tavrinox.exe"}) && recoverPendingUpdate(root) &&
+                    liveBundles(root) == "old old" && journalOf(root)["phase"] == "rolled-back");
         } else {
             // A stored package of 3 MiB, made of the extracted one, which then leaves the drive.
             QVERIFY(HttpsServer::trustTestCertificateAuthority() && server.start() &&

@@ -7,7 +7,8 @@
 //   TAVRINOX_KILLSHIM_AT      the call to die at, counting from 1; unset or 0: never
 //   TAVRINOX_KILLSHIM_WRITES  when not empty, each write to a file opened for writing in the scope
 //                             counts too, so that a file rewritten in place (truncated, then written)
-//                             is stopped between the two as well
+//                             is stopped between the two as well; so does a copy_file_range into it
+//   TAVRINOX_KILLSHIM_VICTIM  a process killed first, as the drive's FUSE process when a stick is pulled
 // A process ending by itself writes "killshim: completed after N calls" to standard error; one that is
 // killed writes "killshim: killed at call N (operation path)" first.
 #define _GNU_SOURCE
@@ -47,6 +48,8 @@ static void count(const char *operation, int counted, const char *path)
     const char *at = getenv("TAVRINOX_KILLSHIM_AT");
     if (counted && __atomic_add_fetch(&calls, 1, __ATOMIC_SEQ_CST) == (at ? atol(at) : 0)) {
         dprintf(STDERR_FILENO, "killshim: killed at call %ld (%s %s)\n", calls, operation, path);
+        if (getenv("TAVRINOX_KILLSHIM_VICTIM") && atol(getenv("TAVRINOX_KILLSHIM_VICTIM")) > 0)
+            kill((pid_t)atol(getenv("TAVRINOX_KILLSHIM_VICTIM")), SIGKILL);
         kill(getpid(), SIGKILL);
     }
 }
@@ -85,6 +88,8 @@ static int written(int fd)
 int open(const char *path, int flags, ...) { OPEN(open, AT_FDCWD, path, flags) }
 int open64(const char *path, int flags, ...) { OPEN(open64, AT_FDCWD, path, flags) }
 WRAP(ssize_t, write, (int fd, const void *data, size_t size), written(fd), "a file", (fd, data, size))
+WRAP(ssize_t, copy_file_range, (int in, loff_t *inAt, int fd, loff_t *at, size_t size, unsigned flags), written(fd),
+     "a file", (in, inAt, fd, at, size, flags))
 WRAP(int, close, (int fd), CLOSED, "", (fd))
 WRAP(int, unlink, (const char *path), inScope(AT_FDCWD, path), path, (path))
 WRAP(int, rmdir, (const char *path), inScope(AT_FDCWD, path), path, (path))

@@ -368,3 +368,29 @@ QStringList HttpsServer::requests() const
     QMutexLocker lock(&m_mutex);
     return m_requests;
 }
+
+// A pulled stick: the FUSE process found by its command line, "mount.exfat-fuse <device> <path>".
+namespace Fixture {
+
+qint64 fuseProcess(const QString &path, QString *device)
+{
+    for (const QString &process : QDir("/proc").entryList(QDir::Dirs)) {
+        const QByteArrayList arguments = read("/proc/" + process + "/cmdline").split('\0');
+        const qsizetype at = arguments.indexOf(QFile::encodeName(path));
+        if (arguments[0].endsWith("mount.exfat-fuse") && at > 1) {
+            *device = QFile::decodeName(arguments[at - 1]);
+            return process.toLongLong();
+        }
+    }
+    return 0;
+}
+
+bool remountAfterPull(const QString &path, const QString &device, QString *whyNot)
+{
+    // What fsck could not repair shows in the files; its exit code (1 when it repaired) tells nothing more.
+    run("umount", {"-l", path});
+    run("fsck.exfat", {"-y", device});
+    return run("mount.exfat-fuse", {device, path}, whyNot);
+}
+
+} // namespace Fixture

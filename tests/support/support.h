@@ -169,3 +169,11 @@ private:
     QObject *m_core = nullptr;
     quint16 m_port = 0;
 };
+
+// A pulled stick, for an exFAT volume mounted through FUSE at path: the FUSE process serving it (0 when
+// none) and its device; once that process is killed, the volume checked with fsck.exfat and mounted there
+// again, as when the stick is plugged back in.
+namespace Fixture {
+qint64 fuseProcess(const QString &path, QString *device);
+bool remountAfterPull(const QString &path, const QString &device, QString *whyNot);
+} // namespace Fixture
