@@ -23,7 +23,7 @@ int transactionStep(const QStringList &arguments)
     bool ok = false;
     if (step == "apply" && HttpsServer::trustTestCertificateAuthority()) {
         const UpdateApplyResult result =
-            applyUpdate(root, {"1.1.0", arguments[2], arguments[3], arguments[4].toLongLong(), {}, {}});
+            applyUpdate(root, {"1.1.0", arguments[2], arguments[3], arguments[4].toLongLong(), {}, {}, {}});
         ok = result.ok, error = result.error;
     } else if (step == "prepare") {
         const PreparationResult result = DrivePreparer().prepare(

@@ -369,7 +369,7 @@ private slots:
                     QDir(packageRoot(root) + "/..").removeRecursively());
             server.route("/p.zip", 200, read(at("p.zip")));
             const UpdateManifest manifest{
-                "1.1.0", server.url("/p.zip").toString(), sha256(read(at("p.zip"))), -1, {}, {}};
+                "1.1.0", server.url("/p.zip").toString(), sha256(read(at("p.zip"))), -1, {}, {}, {}};
             QVERIFY(f[0] != "read-only" || run("mount", {"-o", "remount,ro", root}));
             QVERIFY(f[0] != "full" ||
                     (QDir(tavrinox).removeRecursively() && full.mount("tmpfs", 1, &whyNot, tavrinox) &&

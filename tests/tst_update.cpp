@@ -54,7 +54,7 @@ class TestUpdate : public QObject
     UpdateManifest publish(const QByteArray &package, const QString &notes = "Correções.")
     {
         const UpdateManifest m{"1.1.0", m_server.url("/package.zip").toString(), sha256(package), -1, {},
-                               notes};
+                               notes, {}};
         m_server.route("/package.zip", 200, package);
         m_server.route(
             kManifest, 200,
