@@ -91,6 +91,42 @@ class TestCrashTable : public QObject
     }
 
 private slots:
+    // Durable means on the medium before a later step relies on it: the incoming bundles before they
+    // replace the live ones, every journal phase and the state before the next change, the replaced
+    // bundles before the state that names their version, the backups' removal before the journal's.
+    void flushesComeBeforeWhatReliesOnThem()
+    {
+        if (!*TAVRINOX_KILLSHIM_LIBRARY)
+            QSKIP("NOT TESTED: the kill shim is built on Linux only");
+        QTemporaryDir local;
+        const QString root = local.path() + "/drive";
+        QVERIFY(makeUpdateDrive(root));
+        qputenv("TAVRINOX_KILLSHIM_TRACE", "1");
+        const QStringList events = child({"promote", root}, 0, false).split('\n').filter("killshim: ");
+        qunsetenv("TAVRINOX_KILLSHIM_TRACE");
+        const auto at = [&](const QString &pattern, int from = 0) { // the first whole line matching
+            return int(events.indexOf(QRegularExpression("killshim: " + pattern), from));
+        };
+        const QString flush = "(fsync|syncfs) " + QRegularExpression::escape(root + "/Tavrinox/");
+        const int linux = at("renameat2 .*/Tavrinox/linux"), state = at("rename .*/update-state.json"),
+                  removed =
+                      int(events.lastIndexOf(QRegularExpression("killshim: (unlink|rmdir) .*backup-.*")));
+        const QList<int> order{at("(fsync|syncfs) .*/extracted/"),
+                               at("renameat2 .*/windows.backup-.*"),
+                               linux,
+                               at(flush, linux),
+                               state,
+                               at("(unlink|rmdir) .*backup-.*"),
+                               removed,
+                               at(flush, removed),
+                               at("unlink .*/update-journal.json")};
+        QVERIFY2(order[0] >= 0 &&
+                     std::adjacent_find(order.begin(), order.end(), std::greater_equal<>()) == order.end(),
+                 qPrintable(events.join('\n')));
+        for (int i = 0; (i = at("rename .*/update-(journal|state).json", i) + 1) > 0;)
+            QVERIFY2(at(flush, i) == i, qPrintable(events.mid(0, i + 1).join('\n')));
+    }
+
     void killAtEveryOperationEndsWhole_data() { table("crash"); }
     void killAtEveryOperationEndsWhole()
     {

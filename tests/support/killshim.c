@@ -9,6 +9,9 @@
 //                             counts too, so that a file rewritten in place (truncated, then written)
 //                             is stopped between the two as well; so does a copy_file_range into it
 //   TAVRINOX_KILLSHIM_VICTIM  a process killed first, as the drive's FUSE process when a stick is pulled
+//   TAVRINOX_KILLSHIM_TRACE   when not empty, each counted call and each flush (fsync, fdatasync, syncfs)
+//                             of a file or folder in the scope is written to standard error as
+//                             "killshim: operation path", for a test to see what came before what
 // A process ending by itself writes "killshim: completed after N calls" to standard error; one that is
 // killed writes "killshim: killed at call N (operation path)" first.
 #define _GNU_SOURCE
@@ -45,7 +48,9 @@ static int inScope(int dirfd, const char *path)
 
 static void count(const char *operation, int counted, const char *path)
 {
-    const char *at = getenv("TAVRINOX_KILLSHIM_AT");
+    const char *at = getenv("TAVRINOX_KILLSHIM_AT"), *trace = getenv("TAVRINOX_KILLSHIM_TRACE");
+    if (counted && trace && *trace)
+        dprintf(STDERR_FILENO, "killshim: %s %s\n", operation, path);
     if (counted && __atomic_add_fetch(&calls, 1, __ATOMIC_SEQ_CST) == (at ? atol(at) : 0)) {
         dprintf(STDERR_FILENO, "killshim: killed at call %ld (%s %s)\n", calls, operation, path);
         if (getenv("TAVRINOX_KILLSHIM_VICTIM") && atol(getenv("TAVRINOX_KILLSHIM_VICTIM")) > 0)
@@ -80,6 +85,18 @@ static int written(int fd)
         count(#name, counted, path);                                                                         \
         return REAL(name) arguments;                                                                         \
     }
+// A flush is never a kill point (the numbering stays that of the changes); it only shows in the trace,
+// named by the path its descriptor stands for, with a "/" after it so that the scope's own folder counts.
+#define FLUSH(name)                                                                                          \
+    int name(int fd)                                                                                         \
+    {                                                                                                        \
+        char link[64], path[PATH_MAX + 1] = "";                                                              \
+        const char *trace = getenv("TAVRINOX_KILLSHIM_TRACE");                                               \
+        snprintf(link, sizeof link, "/proc/self/fd/%d", fd);                                                 \
+        if (trace && *trace && readlink(link, path, PATH_MAX - 1) > 0 && inScope(AT_FDCWD, strcat(path, "/"))) \
+            dprintf(STDERR_FILENO, "killshim: %s %s\n", #name, path);                                        \
+        return REAL(name)(fd);                                                                               \
+    }
 #define CLOSED (fd >= 0 && fd < (int)sizeof writable ? writable[fd] = 0 : 0)
 #define BOTH(from, to) (inScope(AT_FDCWD, from) || inScope(AT_FDCWD, to))
 #define BOTH_AT(fromFd, from, toFd, to) (inScope(fromFd, from) || inScope(toFd, to))
@@ -90,6 +107,9 @@ int open64(const char *path, int flags, ...) { OPEN(open64, AT_FDCWD, path, flag
 WRAP(ssize_t, write, (int fd, const void *data, size_t size), written(fd), "a file", (fd, data, size))
 WRAP(ssize_t, copy_file_range, (int in, loff_t *inAt, int fd, loff_t *at, size_t size, unsigned flags), written(fd),
      "a file", (in, inAt, fd, at, size, flags))
+FLUSH(fsync)
+FLUSH(fdatasync)
+FLUSH(syncfs)
 WRAP(int, close, (int fd), CLOSED, "", (fd))
 WRAP(int, unlink, (const char *path), inScope(AT_FDCWD, path), path, (path))
 WRAP(int, rmdir, (const char *path), inScope(AT_FDCWD, path), path, (path))
