@@ -291,6 +291,8 @@ private slots:
         QVERIFY(situation != "journal" ||
                 writeUpdateJournal(root, {{"id", kId}, {"phase", "windows-promoted"}}));
         QVERIFY(!situation.startsWith('{') || write(updateJournalPath(root), situation.toUtf8()));
+        QVERIFY(situation != "link" || (QDir().rename(root + "/Tavrinox", at("elsewhere")) &&
+                                         QFile::link(at("elsewhere"), root + "/Tavrinox")));
         const QByteArray package = read(at("p.zip"));
         server.route("/p.zip", 200, package);
         server.route("/m.json", 200,
