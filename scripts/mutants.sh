@@ -17,8 +17,11 @@ tree=$work/tree
 build=$work/build
 
 mkdir -p "$tree"
-# A fresh copy of the product and its tests; the build folder is kept, so rebuilds stay incremental.
-(cd "$top" && git ls-files -z --cached --others --exclude-standard) | (cd "$top" && xargs -0 cp --parents -t "$tree")
+# A fresh copy of the product and its tests; the build folder is kept, and only files whose content
+# differs are copied (getting a new time), so rebuilds stay incremental from one run to the next.
+(cd "$top" && git ls-files -z --cached --others --exclude-standard) | while IFS= read -r -d '' file; do
+    cmp -s "$top/$file" "$tree/$file" || { mkdir -p "$tree/$(dirname "$file")" && cp "$top/$file" "$tree/$file"; }
+done
 if [ -n "${TAVRINOX_MUTANTS_TESTS:-}" ]; then
     rm -rf "$tree/tests" && cp -r "$TAVRINOX_MUTANTS_TESTS/tests" "$tree/tests"
 fi
