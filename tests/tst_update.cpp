@@ -1,6 +1,7 @@
 // Updates: the HTTP helper against a real HTTPS server, the manifest and its versions, the Windows
 // programs (through stand-ins), the apply task on folders and a real volume, and the window's flow.
 #include "support/support.h"
+#include "update/zipdirectory.h"
 
 using namespace Fixture;
 using namespace Tavrinox;
@@ -173,6 +174,11 @@ private slots:
                      result.version,
                  error.remove('*') + "01.1.0");
         QVERIFY(tree(root) == before && !QFileInfo::exists(at("outside.txt")));
+        // The check before extraction refuses a bad entry by itself: on Windows the system extracts.
+        QString reason;
+        QVERIFY(!error.startsWith("Falha ao extrair ZIP: entrada") ||
+                (write(at("q.zip"), bytes) && !inspectZipBeforeExtraction(at("q.zip"), root, &reason) &&
+                 "Falha ao extrair ZIP: " + reason == error));
         // A file removed while still open keeps its space, and on FUSE leaves a hidden file behind.
         QVERIFY(root == at("drive") || QStorageInfo(root).bytesAvailable() == free);
         QVERIFY(v[0] == "block" || onWorker([&, m = publish(package())] { return applyUpdate(root, m); }).ok);
