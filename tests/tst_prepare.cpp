@@ -328,7 +328,9 @@ private slots:
                  message);
         named.removeDuplicates();
         QCOMPARE(named.join(' '), copied);
-        QVERIFY(std::is_sorted(done.begin(), done.end()));
+        // The bytes are told as they are copied, not at the end: the Windows bundle's count shows whole.
+        QVERIFY(std::is_sorted(done.begin(), done.end()) &&
+                (!copied.contains("windows") || done.contains(bytes("build/windows"))));
         for (const QString bundle : {"windows", "linux"}) {
             QCOMPARE(tree(at("drive/Tavrinox/" + bundle)),
                      copied.contains(bundle) ? tree(at("build/" + bundle), false) : Tree());
