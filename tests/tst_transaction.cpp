@@ -116,7 +116,7 @@ private slots:
         const QString journal =
             s[0] == "invalid" ? "{ not json"
             : s[0] == "schema"
-                ? "{'schemaVersion':'1','app':'Tavrinox','phase':'staged','version':'1.1.0'}"
+                ? "{'schemaVersion':'1','app':'Tavrinox','id':'" + kId + "','phase':'staged','version':'1.1.0'}"
                 : QString("{'schemaVersion':1,'app':'Tavrinox','id':'%1','startedAt':'%2','version':'%3',"
                           "'phase':'%4','windowsPath':'%5','linuxPath':'%6linux',"
                           "'windowsBackup':'%6windows.backup-%1','linuxBackup':'%6linux.backup-%1',"
