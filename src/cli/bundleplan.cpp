@@ -55,9 +55,7 @@ PlannedBundle planBundle(const QString &platform, const QString &driveFolder, co
     return bundle;
 }
 
-} // namespace
-
-bool findPreparationSources(const CommandLine &line, PreparationSources *sources, QString *error)
+bool locateSources(const CommandLine &line, PreparationSources *sources, QString *error)
 {
     if (line.windowsFolder.isEmpty()) {
         const BundleSource found = locateWindowsBundle();
@@ -87,6 +85,19 @@ void reportSources(const PreparationSources &sources)
                   ? QStringLiteral("Fonte Linux para preparação ausente.")
                   : QStringLiteral("Fonte Linux para preparação encontrada. (%1)")
                         .arg(QDir::toNativeSeparators(sources.linuxBundleDirectory())));
+}
+
+} // namespace
+
+bool findPreparationSources(const CommandLine &line, PreparationSources *sources)
+{
+    QString error;
+    if (!locateSources(line, sources, &error)) {
+        printNote(error);
+        return false;
+    }
+    reportSources(*sources);
+    return true;
 }
 
 QList<PlannedBundle> planBundles(const PreparationSources &sources)

@@ -19,12 +19,10 @@ struct PlannedBundle
     QMap<QString, QString> files; // path under driveFolder -> the source file it is copied from
 };
 
-// The builds to copy: the folders named on the command line, else those the window would find.
-// False with the reason when a named folder does not hold its executable.
-bool findPreparationSources(const CommandLine &line, PreparationSources *sources, QString *error);
-
-// Tells on standard error which sources were found, in the window's words, with their folders.
-void reportSources(const PreparationSources &sources);
+// The builds to copy: the folders named on the command line, else those the window would find. Tells on
+// standard error which were found, in the window's words, with their folders; or, false, why a named
+// folder cannot serve (it does not hold its executable).
+bool findPreparationSources(const CommandLine &line, PreparationSources *sources);
 
 // What a preparation copies from each available source. For a bundle copied whole that is every
 // file it holds; for one built around a bare executable only the executable is known in advance.

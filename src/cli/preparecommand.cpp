@@ -160,12 +160,8 @@ int prepareInParallel(const QList<Platform::UsbDevice> &drives, const Preparatio
 int prepareDrives(const CommandLine &line)
 {
     PreparationSources sources;
-    QString error;
-    if (!findPreparationSources(line, &sources, &error)) {
-        printNote(error);
+    if (!findPreparationSources(line, &sources))
         return kExitFailed;
-    }
-    reportSources(sources);
     if (sources.windowsExecutable.isEmpty() && sources.linuxExecutable.isEmpty()) {
         printNote(QStringLiteral("Compile pelo menos um bundle do Tavrinox antes de preparar a unidade."));
         return kExitFailed;

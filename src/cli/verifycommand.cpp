@@ -127,12 +127,8 @@ int verifyDrive(const CommandLine &line)
         return kExitFailed;
     }
     PreparationSources sources;
-    QString error;
-    if (!findPreparationSources(line, &sources, &error)) {
-        printNote(error);
+    if (!findPreparationSources(line, &sources))
         return kExitFailed;
-    }
-    reportSources(sources);
     const QList<PlannedBundle> bundles = planBundles(sources);
     if (bundles.isEmpty()) {
         printNote(QStringLiteral("Nenhum bundle do Tavrinox encontrado para comparar com a unidade."));
