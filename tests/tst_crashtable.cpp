@@ -127,6 +127,47 @@ private slots:
             QVERIFY2(at(flush, i) == i, qPrintable(events.mid(0, i + 1).join('\n')));
     }
 
+    // A preparation flushes a bundle's copies before any takes its file's place, and each batch of
+    // renames before its next change; the end of the trace is a flush. A large copy is flushed on the way
+    // as well, so that the medium works alongside it: its temporary is flushed once more than at the end.
+    void preparationFlushesBeforeWhatReliesOnIt()
+    {
+        if (!*TAVRINOX_KILLSHIM_LIBRARY)
+            QSKIP("NOT TESTED: the kill shim is built on Linux only");
+        QTemporaryDir local;
+        const QString build = local.filePath("build/"), drive = local.filePath("drive");
+        QVERIFY(makeFiles(build + "windows",
+                          QString("Tavrinox.exe Qt6Core.dll platforms/qwindows.dll vcruntime140.dll "
+                                  "vcruntime140_1.dll msvcp140.dll")
+                              .split(' ')) &&
+                makeFiles(build + "linux", {"Tavrinox", "qt.conf"}) &&
+                write(build + "linux/big.so", QByteArray(24 << 20, 'b')) && QDir().mkpath(drive));
+        qputenv("TAVRINOX_KILLSHIM_TRACE", "1");
+        const QStringList events = child({"prepare", drive, build + "windows", build + "linux"}, 0, true)
+                                       .split('\n')
+                                       .filter(QRegularExpression("^killshim: (?!completed)"));
+        qunsetenv("TAVRINOX_KILLSHIM_TRACE");
+        const QString trace = events.join('\n');
+        const auto next = [&](const QString &pattern, int from) { // the first whole line matching
+            return int(events.indexOf(QRegularExpression("killshim: " + pattern), from));
+        };
+        const QString flush = "(fsync|fdatasync|syncfs) .*";
+        for (const QString bundle : {"windows", "linux"}) {
+            const int placed = next("rename .*/Tavrinox/" + bundle + "/.*", 0);
+            const int written = int(events.lastIndexOf(QRegularExpression(".* a file"), placed));
+            QVERIFY2(written >= 0 && next(flush, written) < placed, qPrintable(trace));
+        }
+        for (int i = 0; (i = next("(rename|linkat) .*", i) + 1) > 0;) {
+            const int change = next("(?!rename |linkat |fsync|fdatasync|syncfs).*", i);
+            QVERIFY2(next(flush, i) > 0 && (change < 0 || next(flush, i) < change), qPrintable(trace));
+        }
+        const int big = int(events.filter(QRegularExpression("syncfs .*/big\\.so\\.[A-Za-z]{6}/$")).size());
+        const bool bigFirst = events.filter(QRegularExpression("open.* .*/linux/.*\\.[A-Za-z]{6}$"))
+                                  .value(0)
+                                  .contains("/big.so.");
+        QVERIFY2(big > int(bigFirst) && next(flush, events.size() - 1) >= 0, qPrintable(trace));
+    }
+
     void killAtEveryOperationEndsWhole_data() { table("crash"); }
     void killAtEveryOperationEndsWhole()
     {

@@ -122,8 +122,8 @@ private slots:
     }
 
     // A link back into the bundle (plugins/up -> ..) is neither counted nor followed. Of what an
-    // interrupted copy may have left, only names of the atomic writer's temporary form beside a file of
-    // the bundle go.
+    // interrupted copy or text write may have left, only names of the atomic writer's temporary form
+    // beside a file of the bundle, a launcher or the README go.
     void linkCyclesAndInterruptedCopies()
     {
         const QString target = at("drive/Tavrinox/linux/");
@@ -131,11 +131,17 @@ private slots:
         const qint64 size = directorySize(at("build/linux"));
         QVERIFY(QFile::link("..", at("build/linux/plugins/up")));
         QCOMPARE(directorySize(at("build/linux")), size);
-        for (const QString name : {"plugins/x.so.AbCdEf", "notes.txt.AbCdEf", "qt.conf.Ab3dEf"})
-            QVERIFY(write(target + name, "left here"));
+        const QStringList gone{"linux/plugins/x.so.AbCdEf", "../Tavrinox-Linux.sh.QwErTy",
+                               "README.txt.aBcDeF"},
+            kept{"linux/notes.txt.AbCdEf", "linux/qt.conf.Ab3dEf", "../Tavrinox-Windows.bat.AbCdE",
+                 "../Tavrinox-Linux.sh.QwErTy.AbCdEf"};
+        for (const QString &name : gone + kept)
+            QVERIFY(write(target + "../" + name, "left here"));
         expected["notes.txt.AbCdEf"] = expected["qt.conf.Ab3dEf"] = "left here";
         QVERIFY(prepare({{}, {}, at("build/linux/Tavrinox"), at("build/linux")}, at("drive")).success);
         QCOMPARE(tree(target), expected);
+        for (const QString &name : gone + kept)
+            QVERIFY2(QFileInfo::exists(target + "../" + name) == kept.contains(name), qPrintable(name));
     }
 
     void copyFile_data() { table("copy"); }

@@ -249,18 +249,20 @@ PreparationResult DrivePreparer::prepare(const QString &driveRoot, const Prepara
     }
     copy.finish();
 
+    const QString windowsLauncher = root.filePath(QStringLiteral("Tavrinox-Windows.bat"));
+    const QString linuxLauncher = root.filePath(QStringLiteral("Tavrinox-Linux.sh"));
+    const QString readme = QDir(productFolder).filePath(QStringLiteral("README.txt"));
     // Step 4 is never reported; the numbering is intended and kept.
-    if (!beginWritingStep(5, QStringLiteral("Criando inicializador Windows...")) ||
-        !writeTextFile(root.filePath(QStringLiteral("Tavrinox-Windows.bat")), windowsLauncherText(), result))
+    if (!beginWritingStep(5, QStringLiteral("Criando inicializador Windows...")))
+        return result;
+    removeInterruptedTextWrites({windowsLauncher, linuxLauncher, readme});
+    if (!writeTextFile(windowsLauncher, windowsLauncherText(), result))
         return result;
 
-    if (!beginWritingStep(6, QStringLiteral("Criando arquivos auxiliares...")))
+    if (!beginWritingStep(6, QStringLiteral("Criando arquivos auxiliares...")) ||
+        !writeTextFile(linuxLauncher, linuxLauncherText(), result, true))
         return result;
-    const QString linuxLauncher = root.filePath(QStringLiteral("Tavrinox-Linux.sh"));
-    if (!writeTextFile(linuxLauncher, linuxLauncherText(), result))
-        return result;
-    addExecutePermission(linuxLauncher);
-    if (!writeTextFile(QDir(productFolder).filePath(QStringLiteral("README.txt")), readmeText(), result))
+    if (!writeTextFile(readme, readmeText(), result))
         return result;
 
     report(7, QStringLiteral("Preparacao concluida."));

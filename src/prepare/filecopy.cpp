@@ -92,6 +92,7 @@ private:
     const CopyObserver &m_observer;
     QList<Staged> m_staged;
     qint64 m_stagedBytes = 0;
+    WriteBehind m_writeBehind;
 };
 
 bool StagedFiles::copy(const QFileInfo &source, const QString &destination)
@@ -107,8 +108,8 @@ bool StagedFiles::copy(const QFileInfo &source, const QString &destination)
         return fail(m_result, QStringLiteral("Nao foi possivel copiar o arquivo: %1").arg(source.fileName()));
     // An existing destination that is not a file (a folder) cannot be replaced by a file.
     QFile output(temporaryPathFor(destination));
-    if ((target.exists() && !target.isFile()) ||
-        !output.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered))
+    // The permissions go on the temporary, so that they are on the medium with it.
+    if ((target.exists() && !target.isFile()) || !createCopyTarget(output, source.permissions()))
         return fail(m_result, QStringLiteral("Nao foi possivel criar o arquivo: %1").arg(destination));
     qint64 copiedBytes = 0;
     if (!copyData(input, output, destination, &copiedBytes)) {
@@ -116,8 +117,6 @@ bool StagedFiles::copy(const QFileInfo &source, const QString &destination)
         // A drive without room for one more temporary gets that of the files the staged ones replace.
         return !m_staged.isEmpty() && putInPlace() && copy(source, destination);
     }
-    // The permissions go on the temporary, so that they are on the medium with it.
-    QFile::setPermissions(output.fileName(), source.permissions());
     m_staged.append({output.fileName(), destination, m_result.writtenPaths.size()});
     m_stagedBytes += copiedBytes;
     tell(0, 1);
@@ -127,9 +126,10 @@ bool StagedFiles::copy(const QFileInfo &source, const QString &destination)
 
 bool StagedFiles::copyData(QFile &input, QFile &output, const QString &destination, qint64 *copiedBytes)
 {
-    const auto copied = [this, copiedBytes](qint64 bytes) {
+    const auto copied = [this, copiedBytes, &output](qint64 bytes) {
         *copiedBytes += bytes;
         tell(bytes, 0);
+        m_writeBehind.written(output.fileName(), bytes);
     };
     if (!copyInKernel(input, output, copied)) {
         // Reading until an empty chunk, not up to the reported size, also copies files whose size the
@@ -316,7 +316,7 @@ void removeInterruptedCopies(const QString &source, const QString &destination)
     }
 }
 
-bool writeTextFile(const QString &path, const QString &text, PreparationResult &result)
+bool writeTextFile(const QString &path, const QString &text, PreparationResult &result, bool executable)
 {
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Text))
@@ -325,9 +325,30 @@ bool writeTextFile(const QString &path, const QString &text, PreparationResult &
         QTextStream stream(&file);
         stream << text;
     }
-    if (!file.commit())
+    // Given before the commit, the permissions go on the medium with the content, which the commit puts
+    // there before it renames; the rename goes there after it.
+    if (executable)
+        file.setPermissions(file.permissions() | QFile::ExeOwner | QFile::ExeUser | QFile::ExeGroup |
+                            QFile::ExeOther);
+    if (!file.commit() || !flushReplacements({path}))
         return fail(result, QStringLiteral("Nao foi possivel salvar o arquivo: %1").arg(path));
     return succeed(result, path);
+}
+
+void removeInterruptedTextWrites(const QStringList &paths)
+{
+    for (const QString &path : paths) {
+        const QFileInfo file(path);
+        const QRegularExpression temporaryName(
+            QStringLiteral("^%1\\.[A-Za-z]{6}$").arg(QRegularExpression::escape(file.fileName())));
+        QDirIterator siblings(file.path(), {file.fileName() + QStringLiteral(".??????")},
+                              QDir::Files | QDir::Hidden | QDir::System);
+        while (siblings.hasNext()) {
+            const QString sibling = siblings.next();
+            if (temporaryName.match(siblings.fileName()).hasMatch())
+                QFile::remove(sibling);
+        }
+    }
 }
 
 } // namespace Tavrinox

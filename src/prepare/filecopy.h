@@ -62,8 +62,14 @@ CopyTally tallyTree(const QString &path);
 // name whose file the source has at the same place, and which the source does not have itself, is removed.
 void removeInterruptedCopies(const QString &source, const QString &destination);
 
-// Replaces a text file atomically, UTF-8 without a byte-order mark, in the platform's text form.
-bool writeTextFile(const QString &path, const QString &text, PreparationResult &result);
+// Replaces a text file atomically, UTF-8 without a byte-order mark, in the platform's text form, and
+// executable by all when asked; the new file is on the medium when it returns.
+bool writeTextFile(const QString &path, const QString &text, PreparationResult &result,
+                   bool executable = false);
+
+// Removes the temporaries that an interrupted writeTextFile of these files left beside them: regular
+// files named as one of them plus a dot and six letters.
+void removeInterruptedTextWrites(const QStringList &paths);
 
 // The entries a bundle copy sees: directories and readable files, hidden ones left out.
 inline constexpr QDir::Filters kBundleEntryFilter =

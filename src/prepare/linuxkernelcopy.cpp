@@ -40,4 +40,9 @@ bool copyInKernel(QFile &input, QFile &output, const std::function<void(qint64 b
     return false;
 }
 
+bool createCopyTarget(QFile &output, QFile::Permissions permissions)
+{
+    return output.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered, permissions);
+}
+
 } // namespace Tavrinox

@@ -10,4 +10,14 @@ bool copyInKernel(QFile &, QFile &, const std::function<void(qint64 bytes)> &)
     return false;
 }
 
+// Permissions given at creation would become an access list on an NTFS drive; set afterwards, they only
+// set or clear the read-only attribute, which a drive that keeps none may refuse without harm.
+bool createCopyTarget(QFile &output, QFile::Permissions permissions)
+{
+    if (!output.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered))
+        return false;
+    output.setPermissions(permissions);
+    return true;
+}
+
 } // namespace Tavrinox

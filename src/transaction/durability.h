@@ -3,6 +3,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <future>
+
 namespace Tavrinox {
 
 // What the update transaction and the drive preparation must know is on the medium before their next
@@ -30,5 +32,22 @@ bool replaceEntry(const QString &from, const QString &to);
 // Puts the replacements just made by replaceEntry on the medium: one volume flush on Linux; nothing is
 // left on Windows, where each replacement is written through before it returns.
 bool flushReplacements(const QStringList &replacedFiles);
+
+// Starts putting a copy's data on the medium while the copy goes on, so that the medium works alongside
+// it instead of after it, and the flush that must follow the copy finds little left. Told of the bytes
+// as they are written; once enough came since the last, one flush of their volume runs in another
+// thread, never two at once (on Windows, where a USB drive is written through by default, nothing is
+// done). Its outcome is not relied on: the flushes that follow the copy decide what is durable. Waits for
+// the flush running, if any, when destroyed.
+class WriteBehind
+{
+public:
+    // file: written on the volume to flush.
+    void written(const QString &file, qint64 bytes);
+
+private:
+    qint64 m_unflushed = 0;
+    std::future<void> m_flush;
+};
 
 } // namespace Tavrinox

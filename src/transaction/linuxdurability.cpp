@@ -4,6 +4,7 @@
 #include <QFile>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/vfs.h>
@@ -12,6 +13,10 @@
 namespace Tavrinox {
 
 namespace {
+
+// Small enough that the medium starts early, large enough that the flushes cost little: about 10 of them
+// for a bundle of the usual size.
+constexpr qint64 kWriteBehindBytes = 16 * 1024 * 1024;
 
 // The type that statfs reports for every FUSE file system, block-device backed or not.
 constexpr decltype(statfs::f_type) kFuseMagic = 0x65735546;
@@ -72,6 +77,16 @@ bool replaceEntry(const QString &from, const QString &to)
 bool flushReplacements(const QStringList &replacedFiles)
 {
     return flushFiles(replacedFiles);
+}
+
+void WriteBehind::written(const QString &file, qint64 bytes)
+{
+    m_unflushed += bytes;
+    if (m_unflushed < kWriteBehindBytes ||
+        (m_flush.valid() && m_flush.wait_for(std::chrono::seconds(0)) != std::future_status::ready))
+        return;
+    m_unflushed = 0;
+    m_flush = std::async(std::launch::async, [file] { flushTree(file); });
 }
 
 } // namespace Tavrinox

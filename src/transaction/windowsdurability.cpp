@@ -71,4 +71,6 @@ bool flushReplacements(const QStringList &)
     return true;
 }
 
+void WriteBehind::written(const QString &, qint64) {}
+
 } // namespace Tavrinox
