@@ -158,6 +158,8 @@ private slots:
                                : "";
         if (v[0] == "fifo" || v[0] == "device")
             setEntryType(&bytes, v[1].toUtf8(), v[0] == "fifo" ? 0010000 : 0020000);
+        if (v[0] == "evil")
+            bytes.replace(v[1].toUtf8(), v[1].toUtf8().replace('%', '\x82'));
         UpdateManifest m = publish(bytes);
         m.size = v[0] == "size" ? 0 : bytes.size();
         m.sha256 = v[0] != "sha256" ? m.sha256 : v[1] == "other" ? sha256("other") : m.sha256 + ' ';

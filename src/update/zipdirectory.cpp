@@ -141,10 +141,16 @@ bool readZipDirectory(QByteArrayView bytes, QList<ZipEntryRecord> *entries, QStr
             return false;
         }
         ZipEntryRecord entry;
-        // Names not flagged as UTF-8 are read as UTF-8 too: what matters here is that equal bytes give
-        // equal names, and ASCII, what packages use, reads the same in every code page.
-        entry.name = QString::fromUtf8(zip.view(at + kDirectoryEntrySize, nameSize))
-                         .replace(QLatin1Char('\\'), QLatin1Char('/'));
+        // Names not flagged as UTF-8 are read as UTF-8 too, which ASCII, what packages use, also is. A
+        // name of other bytes (an old tool's code page) would be read differently by each extractor, or
+        // not at all, so it is refused before anything is written.
+        const QByteArrayView name = zip.view(at + kDirectoryEntrySize, nameSize);
+        entry.name = QString::fromUtf8(name);
+        if (entry.name.toUtf8() != name) {
+            *reason = QStringLiteral("entrada com nome que não está em UTF-8: %1").arg(entry.name);
+            return false;
+        }
+        entry.name.replace(QLatin1Char('\\'), QLatin1Char('/'));
         if (zip.read<quint8>(at + 5) == kUnixHost)
             entry.unixMode = zip.read<quint32>(at + 38) >> 16;
         entry.uncompressedSize = zip.read<quint32>(at + 24);

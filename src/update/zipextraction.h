@@ -16,7 +16,8 @@ QString quoteForPowerShell(const QString &text);
 QStringList powerShellExtractArguments(const QString &zipPath, const QString &destDir);
 
 // Runs "powershell" from the search path with those arguments. A run that does not start, crashes,
-// exits non-zero or outlasts timeoutMs fails with its standard error and standard output.
+// exits non-zero or outlasts timeoutMs fails, saying why in Portuguese: a drive that filled up, or the
+// reason PowerShell gave.
 bool runPowerShellExtraction(const QString &zipPath, const QString &destDir, int timeoutMs,
                              QString *error = nullptr);
 
