@@ -102,12 +102,12 @@ int listDrives(const CommandLine &line)
 
 int recoverDrive(const CommandLine &line)
 {
-    QList<Platform::UsbDevice> drives;
-    if (const int code = resolveMountedDrives(
-            line.drives, QStringLiteral("A unidade USB não está montada. Monte-a e tente novamente."),
-            &drives))
+    Platform::UsbDevice drive;
+    if (const int code = resolveOneDrive(
+            line.drives, QStringLiteral("A unidade USB não está montada. Monte-a e tente novamente."), false,
+            &drive))
         return code;
-    const QString root = drives.first().rootPath;
+    const QString root = drive.rootPath;
     const UpdateRecoveryResult result = recoverInBackground(root);
     if (!result.ok) {
         printResult(QStringLiteral("Atualização pendente não recuperada em %1: %2").arg(root, result.error));

@@ -110,6 +110,20 @@ int resolveMountedDrives(const QStringList &names, const QString &notMountedText
     return kExitSuccess;
 }
 
+int resolveOneDrive(const QStringList &names, const QString &notMountedText, bool prepared,
+                    Platform::UsbDevice *drive)
+{
+    QList<Platform::UsbDevice> drives;
+    if (const int code = resolveMountedDrives(names, notMountedText, &drives))
+        return code;
+    *drive = drives.first();
+    if (prepared && !QDir(QDir(drive->rootPath).filePath(QStringLiteral("Tavrinox"))).exists()) {
+        printNote(QStringLiteral("A unidade selecionada ainda não possui uma estrutura Tavrinox preparada."));
+        return kExitFailed;
+    }
+    return kExitSuccess;
+}
+
 bool isStillWhereChosen(const Platform::UsbDevice &chosen)
 {
     const std::shared_ptr<const Platform::DeviceManager> manager = platformDeviceManager();

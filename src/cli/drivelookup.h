@@ -28,6 +28,12 @@ DriveMatch findDrive(const QList<Platform::UsbDevice> &devices, const QString &n
 int resolveMountedDrives(const QStringList &names, const QString &notMountedText,
                          QList<Platform::UsbDevice> *drives);
 
+// The first named drive, as resolveMountedDrives finds it, for the commands that work on one drive; with
+// prepared, it must also hold a Tavrinox folder. Otherwise says why on standard error and returns the
+// exit code.
+int resolveOneDrive(const QStringList &names, const QString &notMountedText, bool prepared,
+                    Platform::UsbDevice *drive);
+
 // Asks again right before writing, after the question: the drive must still be there, mounted where it
 // was when it was named. Otherwise says so on standard error.
 bool isStillWhereChosen(const Platform::UsbDevice &chosen);

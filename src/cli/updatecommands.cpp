@@ -80,20 +80,6 @@ bool trustAuthorities(const QString &caFile)
     return true;
 }
 
-// The named drive when it is listed, mounted and prepared; otherwise the exit code, said why.
-int preparedDrive(const CommandLine &line, Platform::UsbDevice *drive)
-{
-    QList<Platform::UsbDevice> drives;
-    if (const int code = resolveMountedDrives(line.drives, kNotMounted, &drives))
-        return code;
-    *drive = drives.first();
-    if (!QDir(QDir(drive->rootPath).filePath(QStringLiteral("Tavrinox"))).exists()) {
-        printNote(QStringLiteral("A unidade selecionada ainda não possui uma estrutura Tavrinox preparada."));
-        return kExitFailed;
-    }
-    return kExitSuccess;
-}
-
 bool isWritableVolume(const QString &root)
 {
     const QStorageInfo storage(root);
@@ -174,7 +160,7 @@ QJsonObject checkJson(const QString &root, const UpdateCheckResult &result)
 int checkDrive(const CommandLine &line)
 {
     Platform::UsbDevice drive;
-    if (const int code = preparedDrive(line, &drive))
+    if (const int code = resolveOneDrive(line.drives, kNotMounted, true, &drive))
         return code;
     if (!trustAuthorities(line.caFile))
         return kExitFailed;
@@ -199,7 +185,7 @@ int checkDrive(const CommandLine &line)
 int updateDrive(const CommandLine &line)
 {
     Platform::UsbDevice drive;
-    if (const int code = preparedDrive(line, &drive))
+    if (const int code = resolveOneDrive(line.drives, kNotMounted, true, &drive))
         return code;
     const QString root = drive.rootPath;
     if (!isWritableVolume(root)) {

@@ -116,16 +116,12 @@ void printDifferences(const Differences &differences)
 
 int verifyDrive(const CommandLine &line)
 {
-    QList<Platform::UsbDevice> drives;
-    if (const int code = resolveMountedDrives(
-            line.drives, QStringLiteral("A unidade USB não está montada. Monte-a e tente novamente."),
-            &drives))
+    Platform::UsbDevice drive;
+    if (const int code = resolveOneDrive(
+            line.drives, QStringLiteral("A unidade USB não está montada. Monte-a e tente novamente."), true,
+            &drive))
         return code;
-    const QString root = drives.first().rootPath;
-    if (!QDir(QDir(root).filePath(QStringLiteral("Tavrinox"))).exists()) {
-        printNote(QStringLiteral("A unidade selecionada ainda não possui uma estrutura Tavrinox preparada."));
-        return kExitFailed;
-    }
+    const QString root = drive.rootPath;
     PreparationSources sources;
     if (!findPreparationSources(line, &sources))
         return kExitFailed;
