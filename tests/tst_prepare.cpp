@@ -144,6 +144,35 @@ private slots:
             QVERIFY2(QFileInfo::exists(target + "../" + name) == kept.contains(name), qPrintable(name));
     }
 
+    // A link where the preparation writes (a launcher, the README, a bundle's folder or file, even one
+    // leading to a file of the very size) is replaced, never written through; a Tavrinox folder that is
+    // a link is left alone and the drive refused.
+    void linksOnTheDriveAreReplacedNeverFollowed()
+    {
+        const QString drive = at("drive/");
+        QVERIFY(write(at("outside/kept"), "the user's") && write(at("outside/lib/"), "") &&
+                write(at("outside/Qt6Core.dll"), read(at("build/windows/Qt6Core.dll"))) &&
+                write(drive + "Tavrinox/windows/"));
+        for (const auto &[link, target] : {std::pair{"Tavrinox-Linux.sh", "outside/kept"},
+                                           {"Tavrinox/README.txt", "outside/new"},
+                                           {"Tavrinox/linux", "outside/lib"},
+                                           {"Tavrinox/windows/platforms", "outside/lib"},
+                                           {"Tavrinox/windows/Qt6Core.dll", "outside/Qt6Core.dll"}})
+            QVERIFY(QFile::link(at(target), drive + link));
+        const Tree outside = tree(at("outside"));
+        QCOMPARE(prepare(builds(), drive).message, kPrepared);
+        QCOMPARE(tree(at("outside")), outside);
+        for (const QString bundle : {"windows", "linux"})
+            QCOMPARE(tree(drive + "Tavrinox/" + bundle), tree(at("build/" + bundle), false));
+        QVERIFY(!QFileInfo(drive + "Tavrinox-Linux.sh").isSymLink() &&
+                !QFileInfo(drive + "Tavrinox/README.txt").isSymLink());
+        QVERIFY(QDir(drive + "Tavrinox").removeRecursively() &&
+                QFile::link(at("outside"), drive + "Tavrinox"));
+        QCOMPARE(prepare(builds(), drive).message,
+                 "A pasta Tavrinox da unidade é um link; a unidade foi preservada.");
+        QCOMPARE(tree(at("outside")), outside);
+    }
+
     void copyFile_data() { table("copy"); }
     void copyFile()
     {

@@ -116,7 +116,8 @@ private slots:
         const QString journal =
             s[0] == "invalid" ? "{ not json"
             : s[0] == "schema"
-                ? "{'schemaVersion':'1','app':'Tavrinox','id':'" + kId + "','phase':'staged','version':'1.1.0'}"
+                ? "{'schemaVersion':'1','app':'Tavrinox','id':'" + kId +
+                      "','phase':'staged','version':'1.1.0'}"
                 : QString("{'schemaVersion':1,'app':'Tavrinox','id':'%1','startedAt':'%2','version':'%3',"
                           "'phase':'%4','windowsPath':'%5','linuxPath':'%6linux',"
                           "'windowsBackup':'%6windows.backup-%1','linuxBackup':'%6linux.backup-%1',"
@@ -206,6 +207,29 @@ private slots:
                 !QFileInfo::exists(updateJournalPath(pending)));
     }
 
+    // The state file, the journal and its log are written in the drive's place, never through a link
+    // found there; read, a link to a device or a pipe under their names is refused without waiting on it.
+    void ownFilesNeverGoThroughALink()
+    {
+        const QString root = at("drive"), own = root + "/Tavrinox/";
+        const QStringList names{"update-state.json", "update-journal.json", "update-log-" + kId + ".jsonl"};
+        QVERIFY(write(at("outside/kept"), "the user's") && write(own));
+        for (const QString &name : names)
+            QVERIFY(QFile::link(at(name == names[0] ? "outside/kept" : "outside/" + name), own + name));
+        const Tree outside = tree(at("outside"));
+        QVERIFY(writeUpdateState(root, "1.1.0", "ab") && writeUpdateJournal(root, {{"id", kId}}) &&
+                appendTransactionLog(root, kId, "staged", "x"));
+        QCOMPARE(tree(at("outside")), outside);
+        QVERIFY(readInstalledVersion(root) == "1.1.0" && journalOf(root)["id"] == kId &&
+                logOf(root, kId) == "staged: x\n");
+        QVERIFY(QFile::remove(own + names[0]) && run("mkfifo", {own + names[0]}) &&
+                QFile::remove(own + names[1]) && QFile::link("/dev/zero", own + names[1]));
+        QString error;
+        QJsonObject journal;
+        QVERIFY(readInstalledVersion(root).isEmpty() && !readPendingJournal(root, &journal, &error));
+        QCOMPARE(error, "Não foi possível ler o journal de atualização pendente.");
+    }
+
     // Only UUID-named directories directly in the workspace go, and only when no instance holds them; a
     // held lock ends the pass, a stale one does not.
     void recyclingRemovesOnlyUnheldPerVaultDirectories()
@@ -292,7 +316,7 @@ private slots:
                 writeUpdateJournal(root, {{"id", kId}, {"phase", "windows-promoted"}}));
         QVERIFY(!situation.startsWith('{') || write(updateJournalPath(root), situation.toUtf8()));
         QVERIFY(situation != "link" || (QDir().rename(root + "/Tavrinox", at("elsewhere")) &&
-                                         QFile::link(at("elsewhere"), root + "/Tavrinox")));
+                                        QFile::link(at("elsewhere"), root + "/Tavrinox")));
         const QByteArray package = read(at("p.zip"));
         server.route("/p.zip", 200, package);
         server.route("/m.json", 200,

@@ -198,8 +198,16 @@ PreparationResult DrivePreparer::prepare(const QString &driveRoot, const Prepara
     const QString windowsFolder = QDir(productFolder).filePath(QStringLiteral("windows"));
     const QString linuxFolder = QDir(productFolder).filePath(QStringLiteral("linux"));
 
-    if (!beginWritingStep(1, QStringLiteral("Criando estrutura de pastas...")) ||
-        !ensureDirectory(productFolder, result) || !ensureDirectory(windowsFolder, result) ||
+    if (!beginWritingStep(1, QStringLiteral("Criando estrutura de pastas...")))
+        return result;
+    // The folders below it are the program's, and a link among them is replaced; the folder itself may
+    // be the user's own link, which is left alone.
+    const QFileInfo productEntry(productFolder);
+    if (productEntry.isSymLink() || productEntry.isJunction()) {
+        result.message = QStringLiteral("A pasta Tavrinox da unidade é um link; a unidade foi preservada.");
+        return result;
+    }
+    if (!ensureDirectory(productFolder, result) || !ensureDirectory(windowsFolder, result) ||
         !ensureDirectory(linuxFolder, result) || !checkCapacity(driveRoot, productFolder, sources, result))
         return result;
 

@@ -2,6 +2,7 @@
 
 #include "prepare/kernelcopy.h"
 #include "transaction/durability.h"
+#include "transaction/ownfiles.h"
 
 #include <QDirIterator>
 #include <QFile>
@@ -37,9 +38,11 @@ bool succeed(PreparationResult &result, const QString &path)
 
 // Only the size is compared: a re-preparation must not rewrite hundreds of megabytes that did not change.
 // A file given as its own destination is of its own size, so it is left untouched too.
+// A link in the destination's place is never taken for the file: the rename replaces the link itself.
 bool alreadyInPlace(const QFileInfo &source, const QFileInfo &destination)
 {
-    return destination.isFile() && source.exists() && destination.size() == source.size();
+    return destination.isFile() && !destination.isSymLink() && source.exists() &&
+           destination.size() == source.size();
 }
 
 // Beside the destination, in the form removeInterruptedCopies recognises: its name, a dot, six letters.
@@ -194,7 +197,7 @@ void StagedFiles::removeTemporaries(qsizetype from)
 
 bool ensureDirectory(const QString &path, PreparationResult &result)
 {
-    if (!QDir().mkpath(path))
+    if (!removeLinkInTheWay(path) || !QDir().mkpath(path))
         return fail(result, QStringLiteral("Nao foi possivel criar a pasta: %1").arg(path));
     return succeed(result, path);
 }
@@ -232,7 +235,8 @@ bool copyEntries(const QString &source, const QString &destination, QStringList 
         if (entry.isDir()) {
             if (isWalkCycle(entry, walk))
                 continue;
-            if (!QDir(destination).mkdir(entry.fileName()) && !QFileInfo(targetPath).isDir())
+            if (!removeLinkInTheWay(targetPath) ||
+                (!QDir(destination).mkdir(entry.fileName()) && !QFileInfo(targetPath).isDir()))
                 return fail(result, QStringLiteral("Nao foi possivel criar a pasta: %1").arg(targetPath));
             result.writtenPaths.append(targetPath);
             if (!copyEntries(entry.absoluteFilePath(), targetPath, walk, staged, observer, result))
@@ -319,7 +323,7 @@ void removeInterruptedCopies(const QString &source, const QString &destination)
 bool writeTextFile(const QString &path, const QString &text, PreparationResult &result, bool executable)
 {
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text))
+    if (!removeLinkInTheWay(path) || !file.open(QIODevice::WriteOnly | QIODevice::Text))
         return fail(result, QStringLiteral("Nao foi possivel criar o arquivo: %1").arg(path));
     {
         QTextStream stream(&file);

@@ -25,7 +25,9 @@ struct CopyObserver
     std::function<bool(QString *why)> stop;
 };
 
-// Creates the directory and its missing parents; an existing directory is fine.
+// Creates the directory and its missing parents; an existing directory is fine. A link in its place is
+// replaced, as are links in the place of a folder or file that the copies below write: what they lead
+// to, possibly off the drive, is never written.
 bool ensureDirectory(const QString &path, PreparationResult &result);
 
 // Copies one regular file. A destination of the source's size is taken as already copied.

@@ -2,6 +2,7 @@
 
 #include "errortext.h"
 #include "transaction/durability.h"
+#include "transaction/ownfiles.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -20,11 +21,11 @@ namespace {
 // Milliseconds since the journal's startedAt, or nothing when the journal or its time cannot be read.
 std::optional<qint64> elapsedSinceTransactionStart(const QString &driveRoot)
 {
-    QFile file(updateJournalPath(driveRoot));
-    if (!file.open(QIODevice::ReadOnly))
+    QByteArray bytes;
+    if (!readOwnFile(updateJournalPath(driveRoot), kOwnFileMaxBytes, &bytes))
         return std::nullopt;
     const QString startedAtText =
-        QJsonDocument::fromJson(file.readAll()).object().value(QStringLiteral("startedAt")).toString();
+        QJsonDocument::fromJson(bytes).object().value(QStringLiteral("startedAt")).toString();
     const QDateTime startedAt = QDateTime::fromString(startedAtText, Qt::ISODateWithMs);
     if (!startedAt.isValid())
         return std::nullopt;
@@ -69,7 +70,7 @@ bool writeUpdateJournal(const QString &driveRoot, QJsonObject journal, QString *
     QSaveFile file(path);
     // The save file puts its own bytes on the medium; its rename over the old journal is made durable
     // with the folder, before the step the new phase announces may begin.
-    const bool written = file.open(QIODevice::WriteOnly | QIODevice::Text) &&
+    const bool written = removeLinkInTheWay(path) && file.open(QIODevice::WriteOnly | QIODevice::Text) &&
                          file.write(document) == document.size() && file.commit() &&
                          flushEntry(QFileInfo(path).absolutePath());
     if (!written) {
@@ -86,14 +87,16 @@ bool readPendingJournal(const QString &driveRoot, QJsonObject *journal, QString 
         return false;
     *journal = QJsonObject();
 
-    QFile file(updateJournalPath(driveRoot));
-    if (!file.exists())
+    const QString path = updateJournalPath(driveRoot);
+    if (!QFileInfo::exists(path) && !QFileInfo(path).isSymLink())
         return true;
-    if (!file.open(QIODevice::ReadOnly)) {
+    // A journal that is a link, a pipe, a device or too large for one is not this program's.
+    QByteArray bytes;
+    if (!readOwnFile(path, kOwnFileMaxBytes, &bytes)) {
         setError(error, QStringLiteral("Não foi possível ler o journal de atualização pendente."));
         return false;
     }
-    const QJsonDocument document = QJsonDocument::fromJson(file.readAll());
+    const QJsonDocument document = QJsonDocument::fromJson(bytes);
     const QJsonObject object = document.object();
     if (!document.isObject() || object.value(QStringLiteral("schemaVersion")).toInt() != 1 ||
         object.value(QStringLiteral("app")).toString() != QLatin1String("Tavrinox") ||
@@ -121,7 +124,8 @@ bool appendTransactionLog(const QString &driveRoot, const QString &transactionId
 
     const QString path = transactionLogPath(driveRoot, transactionId);
     QFile file(path);
-    const bool written = file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text) &&
+    const bool written = removeLinkInTheWay(path) &&
+                         file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text) &&
                          file.write(line) >= 0 && file.flush();
     if (!written) {
         setError(error, QStringLiteral("Não foi possível registrar o log da transação: %1").arg(path));

@@ -2,6 +2,7 @@
 
 #include "errortext.h"
 #include "transaction/durability.h"
+#include "transaction/ownfiles.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -47,10 +48,10 @@ QJsonObject stateDocument(const QString &installedVersion, const QString &packag
 // The drive's state, or an empty object when it cannot be read or belongs to another application.
 QJsonObject readState(const QString &driveRoot)
 {
-    QFile file(updateStatePath(driveRoot));
-    if (!file.open(QIODevice::ReadOnly))
+    QByteArray bytes;
+    if (!readOwnFile(updateStatePath(driveRoot), kOwnFileMaxBytes, &bytes))
         return {};
-    const QJsonObject state = QJsonDocument::fromJson(file.readAll()).object();
+    const QJsonObject state = QJsonDocument::fromJson(bytes).object();
     if (state.value(QStringLiteral("app")).toString() != QLatin1String("Tavrinox"))
         return {};
     return state;
@@ -77,7 +78,7 @@ bool writeUpdateState(const QString &driveRoot, const QString &installedVersion,
             .toJson(QJsonDocument::Indented);
 
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
+    if (!removeLinkInTheWay(path) || !file.open(QIODevice::WriteOnly | QIODevice::Text)) {
         setError(error, QStringLiteral("Não foi possível abrir o arquivo de estado: %1").arg(path));
         return false;
     }
