@@ -130,6 +130,7 @@ private slots:
     // A preparation flushes a bundle's copies before any takes its file's place, and each batch of
     // renames before its next change; the end of the trace is a flush. A large copy is flushed on the way
     // as well, so that the medium works alongside it: its temporary is flushed once more than at the end.
+    // Prepared again, the unchanged drive is not written at all.
     void preparationFlushesBeforeWhatReliesOnIt()
     {
         if (!*TAVRINOX_KILLSHIM_LIBRARY)
@@ -166,6 +167,12 @@ private slots:
                                   .value(0)
                                   .contains("/big.so.");
         QVERIFY2(big > int(bigFirst) && next(flush, events.size() - 1) >= 0, qPrintable(trace));
+        qputenv("TAVRINOX_KILLSHIM_TRACE", "1");
+        const QString again = child({"prepare", drive, build + "windows", build + "linux"}, 0, true);
+        qunsetenv("TAVRINOX_KILLSHIM_TRACE");
+        QVERIFY2(again.endsWith("\nexit 0") && !again.contains(QRegularExpression(
+                                                   "killshim: (open|rename|link|write|copy_file|unlink)")),
+                 qPrintable(again));
     }
 
     void killAtEveryOperationEndsWhole_data() { table("crash"); }

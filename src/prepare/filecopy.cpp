@@ -320,8 +320,31 @@ void removeInterruptedCopies(const QString &source, const QString &destination)
     }
 }
 
+namespace {
+
+constexpr QFile::Permissions kExecutableByAll =
+    QFile::ExeOwner | QFile::ExeUser | QFile::ExeGroup | QFile::ExeOther;
+
+// Whether path is a file that already holds text as writeTextFile writes it: UTF-8, with each line feed
+// written as CR LF on Windows, where the file is written in text mode.
+bool holdsText(const QString &path, const QString &text, bool executable)
+{
+    QByteArray expected = text.toUtf8();
+#ifdef Q_OS_WIN
+    expected.replace("\n", "\r\n");
+#endif
+    QByteArray held;
+    return readOwnFile(path, expected.size(), &held) && held == expected &&
+           (!executable || (QFile::permissions(path) & kExecutableByAll) == kExecutableByAll);
+}
+
+} // namespace
+
 bool writeTextFile(const QString &path, const QString &text, PreparationResult &result, bool executable)
 {
+    // Re-preparing an unchanged drive writes nothing.
+    if (holdsText(path, text, executable))
+        return succeed(result, path);
     QSaveFile file(path);
     if (!removeLinkInTheWay(path) || !file.open(QIODevice::WriteOnly | QIODevice::Text))
         return fail(result, QStringLiteral("Nao foi possivel criar o arquivo: %1").arg(path));
@@ -332,8 +355,7 @@ bool writeTextFile(const QString &path, const QString &text, PreparationResult &
     // Given before the commit, the permissions go on the medium with the content, which the commit puts
     // there before it renames; the rename goes there after it.
     if (executable)
-        file.setPermissions(file.permissions() | QFile::ExeOwner | QFile::ExeUser | QFile::ExeGroup |
-                            QFile::ExeOther);
+        file.setPermissions(file.permissions() | kExecutableByAll);
     if (!file.commit() || !flushReplacements({path}))
         return fail(result, QStringLiteral("Nao foi possivel salvar o arquivo: %1").arg(path));
     return succeed(result, path);

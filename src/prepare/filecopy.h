@@ -65,7 +65,8 @@ CopyTally tallyTree(const QString &path);
 void removeInterruptedCopies(const QString &source, const QString &destination);
 
 // Replaces a text file atomically, UTF-8 without a byte-order mark, in the platform's text form, and
-// executable by all when asked; the new file is on the medium when it returns.
+// executable by all when asked; the new file is on the medium when it returns. A file that already holds
+// the text so is left as it is.
 bool writeTextFile(const QString &path, const QString &text, PreparationResult &result,
                    bool executable = false);
 
