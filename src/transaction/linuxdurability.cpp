@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/vfs.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace Tavrinox {
@@ -86,7 +87,11 @@ void WriteBehind::written(const QString &file, qint64 bytes)
         (m_flush.valid() && m_flush.wait_for(std::chrono::seconds(0)) != std::future_status::ready))
         return;
     m_unflushed = 0;
-    m_flush = std::async(std::launch::async, [file] { flushTree(file); });
+    // Without a thread to spare, the flushes after the copy do all the work.
+    try {
+        m_flush = std::async(std::launch::async, [file] { flushTree(file); });
+    } catch (const std::system_error &) {
+    }
 }
 
 } // namespace Tavrinox
