@@ -3,6 +3,7 @@
 #include "prepare/capacity.h"
 #include "prepare/drivetexts.h"
 #include "prepare/filecopy.h"
+#include "transaction/ownfiles.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -15,12 +16,9 @@ namespace {
 
 constexpr int kStepCount = 7;
 
-constexpr QFile::Permissions kExecuteForAll =
-    QFile::ExeOwner | QFile::ExeUser | QFile::ExeGroup | QFile::ExeOther;
-
 void addExecutePermission(const QString &path)
 {
-    QFile::setPermissions(path, QFile::permissions(path) | kExecuteForAll);
+    QFile::setPermissions(path, QFile::permissions(path) | kExecutableByAll);
 }
 
 bool allExist(const QDir &directory, std::initializer_list<const char *> names)
@@ -202,8 +200,7 @@ PreparationResult DrivePreparer::prepare(const QString &driveRoot, const Prepara
         return result;
     // The folders below it are the program's, and a link among them is replaced; the folder itself may
     // be the user's own link, which is left alone.
-    const QFileInfo productEntry(productFolder);
-    if (productEntry.isSymLink() || productEntry.isJunction()) {
+    if (isLink(QFileInfo(productFolder))) {
         result.message = QStringLiteral("A pasta Tavrinox da unidade é um link; a unidade foi preservada.");
         return result;
     }

@@ -322,9 +322,6 @@ void removeInterruptedCopies(const QString &source, const QString &destination)
 
 namespace {
 
-constexpr QFile::Permissions kExecutableByAll =
-    QFile::ExeOwner | QFile::ExeUser | QFile::ExeGroup | QFile::ExeOther;
-
 // Whether path is a file that already holds text as writeTextFile writes it: UTF-8, with each line feed
 // written as CR LF on Windows, where the file is written in text mode.
 bool holdsText(const QString &path, const QString &text, bool executable)

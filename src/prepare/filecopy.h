@@ -74,6 +74,9 @@ bool writeTextFile(const QString &path, const QString &text, PreparationResult &
 // files named as one of them plus a dot and six letters.
 void removeInterruptedTextWrites(const QStringList &paths);
 
+inline constexpr QFile::Permissions kExecutableByAll =
+    QFile::ExeOwner | QFile::ExeUser | QFile::ExeGroup | QFile::ExeOther;
+
 // The entries a bundle copy sees: directories and readable files, hidden ones left out.
 inline constexpr QDir::Filters kBundleEntryFilter =
     QDir::Dirs | QDir::Files | QDir::Readable | QDir::NoDotAndDotDot;

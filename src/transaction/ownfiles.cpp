@@ -6,14 +6,10 @@
 
 namespace Tavrinox {
 
-namespace {
-
 bool isLink(const QFileInfo &entry)
 {
     return entry.isSymLink() || entry.isJunction();
 }
-
-} // namespace
 
 bool removeLinkInTheWay(const QString &path)
 {

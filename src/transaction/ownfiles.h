@@ -1,9 +1,13 @@
 #pragma once
 
 #include <QByteArray>
+#include <QFileInfo>
 #include <QString>
 
 namespace Tavrinox {
+
+// Whether an entry is a link or a junction: what it leads to may lie off the drive.
+bool isLink(const QFileInfo &entry);
 
 // The program's own files on a drive (the state file, the journal and its log, the launchers, the
 // README): a hostile drive may hold a link, a pipe or a device under one of their names.

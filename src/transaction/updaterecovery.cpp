@@ -2,6 +2,7 @@
 
 #include "errortext.h"
 #include "transaction/bundlepromotion.h"
+#include "transaction/ownfiles.h"
 #include "transaction/updatejournal.h"
 #include "transaction/updatestate.h"
 
@@ -97,7 +98,7 @@ bool recoverPendingUpdate(const QString &driveRoot, QString *message, QString *e
     // Everything below happens inside this folder; through a link it would happen somewhere else.
     const QString tavrinoxFolder = QDir(driveRoot).absoluteFilePath(QStringLiteral("Tavrinox"));
     const QFileInfo folder(tavrinoxFolder);
-    if (folder.isSymLink() || folder.isJunction()) {
+    if (isLink(folder)) {
         setError(error, QStringLiteral("A pasta Tavrinox da unidade é um link; a unidade foi preservada."));
         return false;
     }

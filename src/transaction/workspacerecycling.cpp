@@ -1,6 +1,7 @@
 #include "transaction/workspacerecycling.h"
 
 #include "errortext.h"
+#include "transaction/ownfiles.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -30,10 +31,6 @@ bool isPerVaultName(const QString &name)
 
 // Junctions (and folders a volume is mounted on) are not symbolic links to Qt, yet a removal that
 // descends into one deletes what lies behind it.
-bool isLink(const QFileInfo &info)
-{
-    return info.isSymbolicLink() || info.isJunction();
-}
 
 QString comparablePath(const QString &path)
 {
